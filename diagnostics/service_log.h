@@ -1,0 +1,12 @@
+// The service log: time-stamped lines under the program-data folder that outlive the window.
+#pragma once
+
+#include <string>
+
+// Writes "<YYYY-MM-DD hh:mm:ss> <text>" and CR LF, as UTF-8. Never reports a failure: a line that
+// can't be written is lost.
+void AppendServiceLog(const std::wstring& text);
+// <program data>\Veloquin\Logs\vcam-service.log; empty when no program-data folder can be found.
+std::wstring ServiceLogPath();
+// The known folder, else the "ProgramData" variable, else the temp folder; empty when none answers.
+std::wstring ProgramDataFolder();

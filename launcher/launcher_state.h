@@ -1,0 +1,33 @@
+// The one process-wide record. Written by the UI thread alone; the output reader reads mainWindow only.
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "cameras/camera_picker.h"
+
+struct LauncherState {
+    HWND mainWindow = nullptr;
+    HWND statusPane = nullptr;
+    HWND providerCombo = nullptr;
+    HWND widthCombo = nullptr;
+    HWND cameraCombo = nullptr;
+    HWND d3dCheck = nullptr;
+    HFONT font = nullptr;
+    std::wstring launcherFolder;
+    std::wstring producerPath;
+    std::wstring mediaSourcePath;
+    std::vector<CameraListEntry> cameraList;
+    HANDLE producerProcess = nullptr;
+    HANDLE pipeRead = nullptr;
+    // Job holding the producer and everything it starts, so that none of them outlives a stop.
+    HANDLE producerJob = nullptr;
+    // Joinable while not null; joining waits for it and closes it.
+    HANDLE readerThread = nullptr;
+    std::atomic<bool> producerRunning{false};
+};
+
+extern LauncherState g_launcher;

@@ -1,0 +1,60 @@
+#include <windows.h>
+#include <commctrl.h>
+
+#include "launcher/launcher_state.h"
+#include "launcher/main_window.h"
+#include "launcher/paths.h"
+#include "launcher/system_library.h"
+
+static constexpr DWORD MAIN_WINDOW_STYLE =
+    WS_OVERLAPPED | WS_VISIBLE | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;
+
+// comctl32 is not a KnownDLL, so it is not imported: that would let a planted copy in our own
+// folder load before wWinMain runs.
+static void InitCommonControlsFromSystem() {
+    decltype(&InitCommonControlsEx) init = nullptr;
+    if (SUCCEEDED(LoadSystemFunction(L"comctl32.dll", "InitCommonControlsEx", &init))) {
+        INITCOMMONCONTROLSEX controls = {sizeof(controls), ICC_STANDARD_CLASSES};
+        init(&controls);
+    }
+}
+
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int showCommand) {
+    SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+
+    g_launcher.launcherFolder = GetLauncherFolder();
+    g_launcher.producerPath = AppendPath(g_launcher.launcherFolder, PRODUCER_FILE_NAME);
+    g_launcher.mediaSourcePath = AppendPath(g_launcher.launcherFolder, MEDIA_SOURCE_FILE_NAME);
+
+    InitCommonControlsFromSystem();
+
+    WNDCLASSW windowClass = {};
+    windowClass.lpfnWndProc = MainWindowProc;
+    windowClass.hInstance = instance;
+    windowClass.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+    windowClass.hbrBackground = reinterpret_cast<HBRUSH>(static_cast<INT_PTR>(COLOR_BTNFACE + 1));
+    windowClass.lpszClassName = L"VeloquinLauncherWindow";
+    if (!RegisterClassW(&windowClass)) {
+        return 1;
+    }
+
+    RECT bounds = {0, 0, 596, 600};
+    AdjustWindowRect(&bounds, MAIN_WINDOW_STYLE, FALSE);
+    HWND window = CreateWindowExW(0, windowClass.lpszClassName, L"Veloquin Launcher", MAIN_WINDOW_STYLE,
+                                  CW_USEDEFAULT, CW_USEDEFAULT, bounds.right - bounds.left,
+                                  bounds.bottom - bounds.top, nullptr, nullptr, instance, nullptr);
+    if (window == nullptr) {
+        return 1;
+    }
+    ShowWindow(window, showCommand);
+    UpdateWindow(window);
+
+    MSG message = {};
+    while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+        if (!IsDialogMessageW(window, &message)) {
+            TranslateMessage(&message);
+            DispatchMessageW(&message);
+        }
+    }
+    return static_cast<int>(message.wParam);
+}

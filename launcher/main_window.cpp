@@ -1,0 +1,100 @@
+#include "launcher/main_window.h"
+
+#include <memory>
+
+#include "cameras/camera_picker.h"
+#include "launcher/control_ids.h"
+#include "launcher/control_panel.h"
+#include "launcher/launcher_state.h"
+#include "launcher/status_pane.h"
+#include "producer/lifecycle.h"
+#include "registration/commands.h"
+
+void SetProducerRunning(bool running) {
+    EnableWindow(GetDlgItem(g_launcher.mainWindow, IDC_START_PRODUCER), !running);
+    EnableWindow(GetDlgItem(g_launcher.mainWindow, IDC_STOP_PRODUCER), running);
+}
+
+bool IsElevated() {
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) {
+        return false;
+    }
+    TOKEN_ELEVATION elevation = {};
+    DWORD length = 0;
+    BOOL read = GetTokenInformation(token, TokenElevation, &elevation, sizeof(elevation), &length);
+    CloseHandle(token);
+    return read && elevation.TokenIsElevated != 0;
+}
+
+static void OnCreate(HWND window) {
+    g_launcher.mainWindow = window;
+    CreateControls();
+    RefreshCameraList();
+    AppendStatusLine(L"Veloquin launcher ready. Folder: " + g_launcher.launcherFolder);
+    if (!IsElevated()) {
+        AppendStatusLine(L"WARNING: not running elevated \u2014 register/unregister will fail.");
+    }
+}
+
+static void OnCommand(WORD id) {
+    switch (id) {
+    case IDC_REGISTER:
+        OnRegisterCommand();
+        break;
+    case IDC_UNREGISTER:
+        OnUnregisterCommand();
+        break;
+    case IDC_REFRESH:
+        RefreshCameraList();
+        break;
+    case IDC_START_PRODUCER:
+        OnStartProducerCommand();
+        break;
+    case IDC_STOP_PRODUCER:
+        OnStopProducerCommand();
+        break;
+    default:
+        break;
+    }
+}
+
+static void OnStatusLine(LPARAM lParam) {
+    std::unique_ptr<std::wstring> line(reinterpret_cast<std::wstring*>(lParam));
+    if (line) {
+        AppendStatusLine(*line);
+    }
+}
+
+static void OnDestroy() {
+    if (g_launcher.font != nullptr) {
+        DeleteObject(g_launcher.font);
+    }
+    PostQuitMessage(0);
+}
+
+LRESULT CALLBACK MainWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    switch (message) {
+    case WM_CREATE:
+        OnCreate(window);
+        return 0;
+    case WM_COMMAND:
+        OnCommand(LOWORD(wParam));
+        return 0;
+    case WM_APP_STATUS_LINE:
+        OnStatusLine(lParam);
+        return 0;
+    case WM_APP_PRODUCER_EXITED:
+        OnProducerExited();
+        return 0;
+    case WM_CLOSE:
+        EndProducerBeforeClose();
+        DestroyWindow(window);
+        return 0;
+    case WM_DESTROY:
+        OnDestroy();
+        return 0;
+    default:
+        return DefWindowProcW(window, message, wParam, lParam);
+    }
+}

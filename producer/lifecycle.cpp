@@ -1,0 +1,188 @@
+#include "producer/lifecycle.h"
+
+#include <windows.h>
+
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "diagnostics/failure.h"
+#include "launcher/launcher_state.h"
+#include "launcher/main_window.h"
+#include "launcher/paths.h"
+#include "launcher/status_pane.h"
+#include "producer/command_line.h"
+#include "producer/output_pump.h"
+
+namespace {
+
+// How long closing the window waits for the reader before it stops waiting on a stuck pipe.
+constexpr DWORD READER_CLOSE_WAIT_MS = 5000;
+
+struct ReaderArguments {
+    HANDLE pipeRead;
+    HANDLE process;
+};
+
+DWORD WINAPI ReaderThreadMain(void* parameter) {
+    std::unique_ptr<ReaderArguments> arguments(static_cast<ReaderArguments*>(parameter));
+    PumpProducerOutput(arguments->pipeRead, arguments->process);
+    return 0;
+}
+
+// A job that ends every process in it when its last handle closes, so that nothing the producer
+// started outlives it or the launcher. Null if the system refuses; the producer then runs without.
+HANDLE CreateProducerJob(HANDLE process) {
+    HANDLE job = CreateJobObjectW(nullptr, nullptr);
+    if (job == nullptr) {
+        return nullptr;
+    }
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    if (!SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof(limits)) ||
+        !AssignProcessToJobObject(job, process)) {
+        CloseHandle(job);
+        return nullptr;
+    }
+    return job;
+}
+
+void TerminateProducerTree() {
+    TerminateProcess(g_launcher.producerProcess, 0);
+    if (g_launcher.producerJob != nullptr) {
+        TerminateJobObject(g_launcher.producerJob, 0);
+    }
+}
+
+void CloseAndClear(HANDLE& handle) {
+    if (handle != nullptr) {
+        CloseHandle(handle);
+        handle = nullptr;
+    }
+}
+
+} // namespace
+
+void OnStartProducerCommand() {
+    if (g_launcher.producerRunning.load()) {
+        return;
+    }
+    const std::wstring& path = g_launcher.producerPath;
+    bool exists = false;
+    HRESULT hr = PathExists(path, &exists);
+    if (FAILED(hr)) {
+        AppendStatusLine(L"ERROR: could not check for the producer exe next to launcher: " + path +
+                         L" \u2014 " + FormatHresult(hr));
+        return;
+    }
+    if (!exists) {
+        AppendStatusLine(L"ERROR: producer exe not found next to launcher: " + path);
+        return;
+    }
+
+    ProducerSettings settings = ReadProducerSettings();
+    SetEnvironmentVariableW(L"VELOQUIN_CAPTURE_D3D_TEXTURE", settings.d3dCapture ? L"1" : L"0");
+    std::wstring commandLine = BuildCommandLine(BuildProducerArguments(settings));
+
+    SECURITY_ATTRIBUTES security = {sizeof(security), nullptr, TRUE};
+    HANDLE readEnd = nullptr;
+    HANDLE writeEnd = nullptr;
+    if (!CreatePipe(&readEnd, &writeEnd, &security, 0)) {
+        AppendStatusLine(L"ERROR: CreatePipe failed: " + FormatWin32Error(GetLastError()));
+        return;
+    }
+    SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
+
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = INVALID_HANDLE_VALUE;
+    startup.hStdOutput = writeEnd;
+    startup.hStdError = writeEnd;
+    PROCESS_INFORMATION process = {};
+    std::vector<wchar_t> writable(commandLine.c_str(), commandLine.c_str() + commandLine.size() + 1);
+    const wchar_t* folder = g_launcher.launcherFolder.empty() ? nullptr : g_launcher.launcherFolder.c_str();
+    BOOL created = CreateProcessW(nullptr, writable.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
+                                  folder, &startup, &process);
+    DWORD createError = created ? ERROR_SUCCESS : GetLastError();
+    // From here only the child holds the write end, so the pipe ends when the child has gone.
+    CloseHandle(writeEnd);
+    if (!created) {
+        CloseHandle(readEnd);
+        AppendStatusLine(L"ERROR: failed to start producer: " + FormatWin32Error(createError));
+        return;
+    }
+    CloseHandle(process.hThread);
+    g_launcher.producerProcess = process.hProcess;
+    g_launcher.pipeRead = readEnd;
+    g_launcher.producerJob = CreateProducerJob(process.hProcess);
+    g_launcher.producerRunning.exchange(true);
+
+    AppendStatusLine(L"Producer started (pid " + std::to_wstring(process.dwProcessId) + L"): provider=" +
+                     settings.provider + L" width=" + settings.maxWidth + L" camera-index=" +
+                     std::to_wstring(settings.cameraIndex) + L" d3d-capture=" +
+                     (settings.d3dCapture ? L"on" : L"off"));
+    AppendStatusLine(
+        L"Open Veloquin in OBS/Zoom/Teams to begin \u2014 timing stats appear once a consumer is active.");
+    SetProducerRunning(true);
+
+    ReaderArguments* arguments = new (std::nothrow) ReaderArguments{readEnd, process.hProcess};
+    HANDLE thread =
+        arguments != nullptr ? CreateThread(nullptr, 0, ReaderThreadMain, arguments, 0, nullptr) : nullptr;
+    if (thread == nullptr) {
+        // Nobody would read its output or notice its end: a producer without a reader is taken down.
+        DWORD error = arguments != nullptr ? GetLastError() : ERROR_NOT_ENOUGH_MEMORY;
+        delete arguments;
+        TerminateProducerTree();
+        WaitForSingleObject(g_launcher.producerProcess, READER_CLOSE_WAIT_MS);
+        g_launcher.producerRunning.exchange(false);
+        CleanupProducer();
+        SetProducerRunning(false);
+        AppendStatusLine(L"ERROR: could not start the producer's output reader: " + FormatWin32Error(error) +
+                         L" \u2014 producer stopped.");
+        return;
+    }
+    g_launcher.readerThread = thread;
+}
+
+void OnStopProducerCommand() {
+    if (!g_launcher.producerRunning.load() || g_launcher.producerProcess == nullptr) {
+        return;
+    }
+    AppendStatusLine(L"Stopping producer...");
+    TerminateProducerTree();
+}
+
+void CleanupProducer() {
+    if (g_launcher.readerThread != nullptr) {
+        WaitForSingleObject(g_launcher.readerThread, INFINITE);
+        CloseAndClear(g_launcher.readerThread);
+    }
+    CloseAndClear(g_launcher.pipeRead);
+    CloseAndClear(g_launcher.producerProcess);
+    CloseAndClear(g_launcher.producerJob);
+}
+
+void OnProducerExited() {
+    g_launcher.producerRunning.exchange(false);
+    CleanupProducer();
+    SetProducerRunning(false);
+    AppendStatusLine(L"Producer stopped.");
+}
+
+void EndProducerBeforeClose() {
+    if (!g_launcher.producerRunning.load() || g_launcher.producerProcess == nullptr) {
+        return;
+    }
+    TerminateProducerTree();
+    HANDLE thread = g_launcher.readerThread;
+    if (thread != nullptr && WaitForSingleObject(thread, READER_CLOSE_WAIT_MS) == WAIT_TIMEOUT) {
+        // Something outside the job still holds the pipe: break the reader's read instead.
+        CancelSynchronousIo(thread);
+        if (WaitForSingleObject(thread, READER_CLOSE_WAIT_MS) == WAIT_TIMEOUT) {
+            // Still stuck: leave the handles to the process's end rather than hang the window.
+            return;
+        }
+    }
+    CleanupProducer();
+}
