@@ -40,8 +40,7 @@ static size_t RootLength(const std::wstring& path) {
     return length;
 }
 
-// Past MAX_PATH the plain Win32 file calls refuse a path unless it carries the "\\?\" prefix.
-static std::wstring LongPathForm(const std::wstring& path) {
+std::wstring LongPathForm(const std::wstring& path) {
     if (path.size() < MAX_PATH || path.compare(0, 4, L"\\\\?\\") == 0) {
         return path;
     }

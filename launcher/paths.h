@@ -21,5 +21,7 @@ std::wstring AppendPath(const std::wstring& left, const std::wstring& right);
 HRESULT AbsolutePath(const std::wstring& path, std::wstring* absolute);
 // Anything at the path counts, following links; a path that leads nowhere gives false and S_OK.
 HRESULT PathExists(const std::wstring& path, bool* exists);
+// The path with the "\\?\" prefix when it is too long for the plain file calls.
+std::wstring LongPathForm(const std::wstring& path);
 // Makes the folder and every missing folder above it; one that is there already is no failure.
 HRESULT CreateFolderTree(const std::wstring& folder);
