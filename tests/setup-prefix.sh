@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Makes the tests' own Wine prefix (once) and the drive V: that stands for a drive's root folder.
+set -euo pipefail
+build=$1
+: "${WINEPREFIX:?set WINEPREFIX to the prefix of the tests}"
+export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+if [ ! -f "$WINEPREFIX/system.reg" ]; then
+    mkdir -p "$WINEPREFIX"
+    wineboot -i >/dev/null 2>&1
+    wineserver -w
+fi
+mkdir -p "$build/drive-v"
+ln -sfn "$build/drive-v" "$WINEPREFIX/dosdevices/v:"
+echo "prefix ready: $WINEPREFIX"
