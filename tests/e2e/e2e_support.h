@@ -77,6 +77,15 @@ struct Scenario {
     }
 };
 
+// The root of drive V: (a folder of the build tree that the prefix maps), cleared of whatever an
+// earlier test put there.
+inline std::wstring FreshDriveRoot() {
+    for (const wchar_t* name : {driver::LAUNCHER_EXE, driver::MEDIA_SOURCE_DLL, driver::PRODUCER_EXE}) {
+        driver::DeleteTree(std::wstring(L"V:\\") + name);
+    }
+    return L"V:\\";
+}
+
 // The service log's lines without their time stamps.
 inline std::vector<std::wstring> ServiceLogTexts() {
     std::vector<std::wstring> texts;

@@ -121,7 +121,7 @@ TEST(Producer, FoldersWithBlanksAndDriveRootsStayOneArgument) {
 
     Scenario root(L"producer-root", false, false);
     root.Set(L"VQTEST_PRODUCER_MODE", L"silent");
-    std::wstring exe = driver::PrepareLauncherFolder(L"V:\\", false, true);
+    std::wstring exe = driver::PrepareLauncherFolder(FreshDriveRoot(), false, true);
     driver::Launcher atRoot;
     ASSERT_TRUE(driver::Start(atRoot, exe, root.environment));
     ASSERT_TRUE(driver::WaitForLine(atRoot, Scenario::CountLine(0)));

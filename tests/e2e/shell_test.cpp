@@ -160,8 +160,7 @@ TEST(Shell, ModulePathOfTheBufferSizeIsReadWhole) {
 
 TEST(Shell, DriveRootFolderKeepsItsSeparator) {
     Scenario scenario(L"shell-root", false, false);
-    driver::DeleteTree(L"V:\\veloquin_launcher.exe");
-    std::wstring exe = driver::PrepareLauncherFolder(L"V:\\", false, false);
+    std::wstring exe = driver::PrepareLauncherFolder(FreshDriveRoot(), false, false);
     ASSERT_EQ(exe, L"V:\\veloquin_launcher.exe");
     driver::Launcher launcher;
     ASSERT_TRUE(driver::Start(launcher, exe, scenario.environment));
