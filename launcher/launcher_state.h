@@ -28,6 +28,8 @@ struct LauncherState {
     // Joinable while not null; joining waits for it and closes it.
     HANDLE readerThread = nullptr;
     std::atomic<bool> producerRunning{false};
+    // Set when the window closes: the reader then stops posting output that nobody will see.
+    std::atomic<bool> discardProducerOutput{false};
 };
 
 extern LauncherState g_launcher;

@@ -26,7 +26,7 @@ struct ReaderArguments {
 
 DWORD WINAPI ReaderThreadMain(void* parameter) {
     std::unique_ptr<ReaderArguments> arguments(static_cast<ReaderArguments*>(parameter));
-    PumpProducerOutput(arguments->pipeRead, arguments->process);
+    PumpProducerOutput(arguments->pipeRead, arguments->process, &g_launcher.discardProducerOutput);
     return 0;
 }
 
@@ -116,6 +116,7 @@ void OnStartProducerCommand() {
     g_launcher.producerProcess = process.hProcess;
     g_launcher.pipeRead = readEnd;
     g_launcher.producerJob = CreateProducerJob(process.hProcess);
+    g_launcher.discardProducerOutput.store(false);
     g_launcher.producerRunning.exchange(true);
 
     AppendStatusLine(L"Producer started (pid " + std::to_wstring(process.dwProcessId) + L"): provider=" +
@@ -174,6 +175,7 @@ void EndProducerBeforeClose() {
     if (!g_launcher.producerRunning.load() || g_launcher.producerProcess == nullptr) {
         return;
     }
+    g_launcher.discardProducerOutput.store(true);
     TerminateProducerTree();
     HANDLE thread = g_launcher.readerThread;
     if (thread != nullptr && WaitForSingleObject(thread, READER_CLOSE_WAIT_MS) == WAIT_TIMEOUT) {

@@ -15,13 +15,17 @@ static void PostBytes(const char* bytes, size_t count) {
     PostStatusLine(std::move(line));
 }
 
-void PumpProducerOutput(HANDLE pipeRead, HANDLE process) {
+void PumpProducerOutput(HANDLE pipeRead, HANDLE process, const std::atomic<bool>* discard) {
     char chunk[PRODUCER_READ_CHUNK];
     std::string pending;
     pending.reserve(PRODUCER_LINE_LIMIT + PRODUCER_READ_CHUNK);
     for (;;) {
         DWORD count = 0;
         if (!ReadFile(pipeRead, chunk, sizeof(chunk), &count, nullptr) || count == 0) {
+            break;
+        }
+        if (discard != nullptr && discard->load()) {
+            pending.clear();
             break;
         }
         pending.append(chunk, count);
@@ -44,5 +48,10 @@ void PumpProducerOutput(HANDLE pipeRead, HANDLE process) {
         PostBytes(pending.data(), pending.size());
     }
     WaitForSingleObject(process, INFINITE);
-    PostMessageW(g_launcher.mainWindow, WM_APP_PRODUCER_EXITED, 0, 0);
+    // Windows refuses posts to a queue that is full after a flood. Lines may be lost that way, but
+    // the exit may not: the launcher would go on showing a producer that is gone.
+    while (!PostMessageW(g_launcher.mainWindow, WM_APP_PRODUCER_EXITED, 0, 0) &&
+           GetLastError() == ERROR_NOT_ENOUGH_QUOTA && !(discard != nullptr && discard->load())) {
+        Sleep(10);
+    }
 }

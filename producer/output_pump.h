@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstddef>
 
 inline constexpr size_t PRODUCER_READ_CHUNK = 4096;
@@ -11,5 +12,6 @@ inline constexpr size_t PRODUCER_READ_CHUNK = 4096;
 inline constexpr size_t PRODUCER_LINE_LIMIT = 65536;
 
 // Posts one status line per LF-terminated line (one trailing CR removed), then the unterminated rest,
-// then waits for the process and posts WM_APP_PRODUCER_EXITED. Closes neither handle.
-void PumpProducerOutput(HANDLE pipeRead, HANDLE process);
+// then waits for the process and posts WM_APP_PRODUCER_EXITED. Closes neither handle. Once `discard`
+// is set, what is still in the pipe is left unread: nobody will see it.
+void PumpProducerOutput(HANDLE pipeRead, HANDLE process, const std::atomic<bool>* discard = nullptr);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,6 +36,7 @@ struct PumpRig {
     HANDLE readEnd = nullptr;
     HANDLE writeEnd = nullptr;
     HANDLE processEnded = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::atomic<bool> discard{false};
     std::thread reader;
 
     PumpRig() {
@@ -45,10 +47,10 @@ struct PumpRig {
         windowClass.hInstance = GetModuleHandleW(nullptr);
         windowClass.lpszClassName = L"PumpTestWindow";
         RegisterClassW(&windowClass);
-        g_launcher.mainWindow =
-            CreateWindowExW(0, L"PumpTestWindow", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+        g_launcher.mainWindow = CreateWindowExW(0, L"PumpTestWindow", L"", 0, 0, 0, 0, 0, HWND_MESSAGE,
+                                                nullptr, nullptr, nullptr);
         CreatePipe(&readEnd, &writeEnd, nullptr, 0);
-        reader = std::thread(PumpProducerOutput, readEnd, processEnded);
+        reader = std::thread(PumpProducerOutput, readEnd, processEnded, &discard);
     }
     void Write(const std::string& bytes, DWORD pauseMs = 0) {
         DWORD written = 0;
@@ -122,6 +124,18 @@ TEST(OutputPump, NoOutputGivesTheExitMessageAlone) {
     SetEvent(rig.processEnded);
     ASSERT_TRUE(rig.PumpUntilExited(5000));
     EXPECT_TRUE(received.empty());
+}
+
+TEST(OutputPump, DiscardedOutputIsLeftUnreadButTheExitStillComes) {
+    PumpRig rig;
+    rig.Write("seen\n", 100);
+    rig.PumpUntilExited(300);
+    rig.discard.store(true);
+    rig.Write("not seen\n");
+    rig.EndOutput();
+    SetEvent(rig.processEnded);
+    ASSERT_TRUE(rig.PumpUntilExited(5000));
+    EXPECT_EQ(received, std::vector<std::wstring>{L"seen"});
 }
 
 TEST(OutputPump, EndlessLineIsCutIntoBoundedPieces) {
