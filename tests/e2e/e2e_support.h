@@ -67,6 +67,22 @@ struct Scenario {
         }
         return found;
     }
+    // One value from the record the stand-in producer writes at its start; waits for it to appear.
+    std::wstring Recorded(const std::wstring& name, DWORD timeoutMs = 10000) const {
+        DWORD start = GetTickCount();
+        do {
+            for (const std::wstring& line : driver::ReadUtf8Lines(record)) {
+                if (line.rfind(name + L"=", 0) == 0) {
+                    return line.substr(name.size() + 1);
+                }
+            }
+            Sleep(50);
+        } while (GetTickCount() - start < timeoutMs);
+        return L"(not recorded)";
+    }
+    DWORD RecordedPid(const std::wstring& name) const {
+        return static_cast<DWORD>(std::wcstoul(Recorded(name).c_str(), nullptr, 10));
+    }
     // Starts the launcher and waits for the count line of its first refresh.
     void Start(driver::Launcher& launcher, int expectedCameras = 0) const {
         ASSERT_TRUE(driver::Start(launcher, exe, environment));

@@ -56,7 +56,8 @@ TEST(Picker, UnnamedAndVirtualLookingDevicesAreOrdinaryEntries) {
     driver::Launcher launcher;
     scenario.Start(launcher, 4);
     EXPECT_EQ(Items(launcher),
-              (std::vector<std::wstring>{L"0: (unnamed camera)", L"1: (unnamed camera)", L"2: Windows Virtual Camera",
+              (std::vector<std::wstring>{L"0: (unnamed camera)", L"1: (unnamed camera)",
+                                         L"2: Windows Virtual Camera",
                                          L"3: \u041a\u0430\u043c\u0435\u0440\u0430 \u30ab\u30e1\u30e9"}));
     EXPECT_EQ(driver::ComboSelection(launcher, IDC_CAMERA), 0);
 }
@@ -69,7 +70,8 @@ TEST(Picker, FailedEnumerationShowsNothingButTheCount) {
     scenario.Start(launcher, 0);
     EXPECT_TRUE(Items(launcher).empty());
     EXPECT_EQ(driver::PaneLines(launcher),
-              (std::vector<std::wstring>{L"Veloquin launcher ready. Folder: " + scenario.folder, Scenario::CountLine(0)}));
+              (std::vector<std::wstring>{L"Veloquin launcher ready. Folder: " + scenario.folder,
+                                         Scenario::CountLine(0)}));
     EXPECT_FALSE(driver::FileExists(SERVICE_LOG)) << "the picker logs nothing";
 }
 
@@ -83,8 +85,8 @@ TEST(Picker, RefreshRebuildsFromAFreshEnumeration) {
     scenario.Devices(L"device\nname Veloquin\ndevice\nname Front Camera\ndevice\nname USB Webcam\n");
     ASSERT_TRUE(driver::Click(launcher, IDC_REFRESH));
     ASSERT_TRUE(driver::WaitForLine(launcher, Scenario::CountLine(3)));
-    EXPECT_EQ(Items(launcher), (std::vector<std::wstring>{std::wstring(L"0: Veloquin") + MARK, L"1: Front Camera",
-                                                          L"2: USB Webcam"}));
+    EXPECT_EQ(Items(launcher), (std::vector<std::wstring>{std::wstring(L"0: Veloquin") + MARK,
+                                                          L"1: Front Camera", L"2: USB Webcam"}));
     EXPECT_EQ(driver::ComboSelection(launcher, IDC_CAMERA), 1) << "the rule starts afresh";
 
     scenario.Devices(L"fail 0x8007001F\n");

@@ -65,11 +65,13 @@ TEST(Shell, WindowAndControlsStandAsLaidOut) {
     EXPECT_EQ(style & (WS_THICKFRAME | WS_MAXIMIZEBOX), 0) << "a window of fixed size";
 
     size_t index = 0;
-    for (HWND child = GetWindow(window, GW_CHILD); child != nullptr; child = GetWindow(child, GW_HWNDNEXT), ++index) {
+    for (HWND child = GetWindow(window, GW_CHILD); child != nullptr;
+         child = GetWindow(child, GW_HWNDNEXT), ++index) {
         ASSERT_LT(index, std::size(CONTROLS)) << "more children than controls";
         const ExpectedControl& expected = CONTROLS[index];
         SCOPED_TRACE(driver::WideToUtf8(expected.text) + " #" + std::to_string(index + 1));
-        EXPECT_EQ(_wcsicmp(ClassOf(child).c_str(), expected.className), 0) << driver::WideToUtf8(ClassOf(child));
+        EXPECT_EQ(_wcsicmp(ClassOf(child).c_str(), expected.className), 0)
+            << driver::WideToUtf8(ClassOf(child));
         if (expected.id != IDC_STATUS_LOG) {
             EXPECT_EQ(driver::WindowText(child), expected.text);
         }
@@ -77,7 +79,9 @@ TEST(Shell, WindowAndControlsStandAsLaidOut) {
         DWORD childStyle = static_cast<DWORD>(GetWindowLongW(child, GWL_STYLE));
         // Wine draws the edit frame itself and hands a combo box's scroll bar to its list.
         bool combo = _wcsicmp(expected.className, L"ComboBox") == 0;
-        DWORD mask = expected.id == IDC_STATUS_LOG ? ~static_cast<DWORD>(WS_BORDER) : combo ? ~static_cast<DWORD>(WS_VSCROLL) : ~0u;
+        DWORD mask = expected.id == IDC_STATUS_LOG ? ~static_cast<DWORD>(WS_BORDER)
+                     : combo                       ? ~static_cast<DWORD>(WS_VSCROLL)
+                                                   : ~0u;
         EXPECT_EQ(childStyle & mask, expected.style & mask) << std::hex << childStyle;
         EXPECT_EQ(childStyle & WS_TABSTOP, 0u);
         EXPECT_EQ(GetWindowLongW(child, GWL_EXSTYLE) & ~WS_EX_NOPARENTNOTIFY & ~WS_EX_CLIENTEDGE, 0);
@@ -100,7 +104,8 @@ TEST(Shell, WindowAndControlsStandAsLaidOut) {
     }
     EXPECT_EQ(index, std::size(CONTROLS));
 
-    EXPECT_EQ(driver::ComboItems(launcher, IDC_PROVIDER), (std::vector<std::wstring>{L"GPU (DirectML)", L"CPU"}));
+    EXPECT_EQ(driver::ComboItems(launcher, IDC_PROVIDER),
+              (std::vector<std::wstring>{L"GPU (DirectML)", L"CPU"}));
     EXPECT_EQ(driver::ComboSelection(launcher, IDC_PROVIDER), 0);
     EXPECT_EQ(driver::ComboItems(launcher, IDC_MAX_WIDTH),
               (std::vector<std::wstring>{L"640", L"960", L"1280", L"1920"}));
@@ -170,8 +175,10 @@ TEST(Shell, DriveRootFolderKeepsItsSeparator) {
     ASSERT_TRUE(driver::Click(launcher, IDC_START_PRODUCER));
     std::vector<std::wstring> lines = driver::PaneLines(launcher);
     ASSERT_GE(lines.size(), 4u);
-    EXPECT_EQ(lines[2], L"ERROR: media-source DLL not found next to launcher: V:\\veloquin_windows_vcam_source.dll");
-    EXPECT_EQ(lines[3],
-              L"ERROR: producer exe not found next to launcher: V:\\veloquin_windows_retouch_vcam_producer.exe");
+    EXPECT_EQ(lines[2],
+              L"ERROR: media-source DLL not found next to launcher: V:\\veloquin_windows_vcam_source.dll");
+    EXPECT_EQ(
+        lines[3],
+        L"ERROR: producer exe not found next to launcher: V:\\veloquin_windows_retouch_vcam_producer.exe");
     ASSERT_TRUE(driver::Close(launcher));
 }

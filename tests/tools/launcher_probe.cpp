@@ -8,7 +8,8 @@
 namespace {
 
 int Usage() {
-    std::fputs("usage: launcher_probe LAUNCHER_EXE [--start-producer] [--wait-ms N] [--hold-until FILE]\n", stderr);
+    std::fputs("usage: launcher_probe LAUNCHER_EXE [--start-producer] [--wait-ms N] [--hold-until FILE]\n",
+               stderr);
     return 2;
 }
 
