@@ -42,12 +42,14 @@ TEST(CameraLogic, OwnCameraTestsNameThenLinkThenWindowsVirtualCamera) {
     EXPECT_TRUE(IsOwnCamera({L"USB Webcam", L"\\\\?\\SWD#VELOQUIN#1"})) << "by link, any case";
     EXPECT_TRUE(IsOwnCamera({L"Windows Virtual Camera", L"\\\\?\\swd#1"}));
     EXPECT_TRUE(IsOwnCamera({L"WINDOWS VIRTUAL CAMERA (2)", L"\\\\?\\swd#1"}));
-    EXPECT_FALSE(IsOwnCamera({L"USB Webcam", L"\\\\?\\windows virtual camera#1"})) << "these words count in the name only";
+    EXPECT_FALSE(IsOwnCamera({L"USB Webcam", L"\\\\?\\windows virtual camera#1"}))
+        << "these words count in the name only";
     EXPECT_FALSE(IsOwnCamera({L"", L"\\\\?\\usb#1"}));
 }
 
 TEST(CameraLogic, PreferredCameraGoesByDeviceOrderNotWordOrder) {
-    EXPECT_EQ(Preferred({{L"USB Webcam", L"a"}, {L"FaceTime HD", L"b"}, {L"Front Camera", L"c"}}), L"FaceTime HD");
+    EXPECT_EQ(Preferred({{L"USB Webcam", L"a"}, {L"FaceTime HD", L"b"}, {L"Front Camera", L"c"}}),
+              L"FaceTime HD");
     EXPECT_EQ(Preferred({{L"USB Webcam", L"a"}, {L"INTEGRATED webcam", L"b"}}), L"INTEGRATED webcam");
     EXPECT_EQ(Preferred({{L"USB Webcam", L"front"}, {L"Capture Card", L"integrated"}}), L"(end)")
         << "the link plays no part";

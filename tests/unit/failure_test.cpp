@@ -84,7 +84,8 @@ TEST(FailureText, RecordFailureKeepsTheStagePerThreadAndLogsIt) {
 
     std::vector<std::wstring> lines = driver::ReadUtf8Lines(log);
     ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].substr(20), L"IMFVirtualCamera::Start failed: " + FormatHresult(static_cast<HRESULT>(0x80070002)));
+    EXPECT_EQ(lines[0].substr(20),
+              L"IMFVirtualCamera::Start failed: " + FormatHresult(static_cast<HRESULT>(0x80070002)));
     ClearFailureDetail();
     EXPECT_EQ(GetFailureDetail(), L"");
 }

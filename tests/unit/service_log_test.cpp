@@ -28,7 +28,8 @@ struct VariableScope {
     }
     ~VariableScope() {
         for (auto it = saved.rbegin(); it != saved.rend(); ++it) {
-            SetEnvironmentVariableW(std::get<0>(*it).c_str(), std::get<2>(*it) ? std::get<1>(*it).c_str() : nullptr);
+            SetEnvironmentVariableW(std::get<0>(*it).c_str(),
+                                    std::get<2>(*it) ? std::get<1>(*it).c_str() : nullptr);
         }
     }
 };
@@ -55,7 +56,8 @@ TEST(ServiceLog, LinesAreStampedUtf8WithCrLfAndAppend) {
     driver::DeleteTree(L"C:\\ProgramData\\Veloquin");
 
     AppendServiceLog(L"first");
-    const std::wstring wide = L"retrying in 1000 ms \u2014 C:\\\u0412\u0438\u0434\u0435\u043e\\\u30ab\u30e1\u30e9 \U0001F4F7";
+    const std::wstring wide =
+        L"retrying in 1000 ms \u2014 C:\\\u0412\u0438\u0434\u0435\u043e\\\u30ab\u30e1\u30e9 \U0001F4F7";
     AppendServiceLog(wide);
     AppendServiceLog(L"");
     AppendServiceLog(L"two\nlines");
@@ -82,7 +84,8 @@ TEST(ServiceLog, LostLinesDisturbNothing) {
 
     ASSERT_TRUE(DeleteFileW(L"C:\\ProgramData\\Veloquin\\Logs"));
     AppendServiceLog(L"kept");
-    HANDLE locked = CreateFileW(log.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE locked =
+        CreateFileW(log.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(locked, INVALID_HANDLE_VALUE);
     AppendServiceLog(L"locked out");
     CloseHandle(locked);
@@ -122,7 +125,8 @@ TEST(ServiceLog, FallsBackToTheVariableThenTheTempFolder) {
     variables.Set(L"TEMP", tempFolder.c_str());
     EXPECT_EQ(ProgramDataFolder(), tempFolder + L"\\");
     AppendServiceLog(L"under temp");
-    std::vector<std::wstring> lines = driver::ReadUtf8Lines(tempFolder + L"\\Veloquin\\Logs\\vcam-service.log");
+    std::vector<std::wstring> lines =
+        driver::ReadUtf8Lines(tempFolder + L"\\Veloquin\\Logs\\vcam-service.log");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].substr(20), L"under temp");
 

@@ -37,12 +37,13 @@ TEST(StatusPane, PostedLinesArriveInOrderBelowDirectOnes) {
     windowClass.hInstance = GetModuleHandleW(nullptr);
     windowClass.lpszClassName = L"StatusPaneTestWindow";
     ASSERT_NE(RegisterClassW(&windowClass), 0);
-    HWND window = CreateWindowExW(0, L"StatusPaneTestWindow", L"", WS_OVERLAPPEDWINDOW, 0, 0, 600, 600, nullptr,
-                                  nullptr, windowClass.hInstance, nullptr);
+    HWND window = CreateWindowExW(0, L"StatusPaneTestWindow", L"", WS_OVERLAPPEDWINDOW, 0, 0, 600, 600,
+                                  nullptr, nullptr, windowClass.hInstance, nullptr);
     ASSERT_NE(window, nullptr);
     ASSERT_NE(g_launcher.statusPane, nullptr);
     ASSERT_NE(g_launcher.font, nullptr);
-    EXPECT_EQ(reinterpret_cast<HFONT>(SendMessageW(g_launcher.statusPane, WM_GETFONT, 0, 0)), g_launcher.font);
+    EXPECT_EQ(reinterpret_cast<HFONT>(SendMessageW(g_launcher.statusPane, WM_GETFONT, 0, 0)),
+              g_launcher.font);
     EXPECT_EQ(PaneText(), L"Veloquin launcher ready. Folder: C:\\launcher\r\n")
         << "the count line waits in the queue; the early line was lost";
 
@@ -58,7 +59,8 @@ TEST(StatusPane, PostedLinesArriveInOrderBelowDirectOnes) {
     AppendStatusLine(L"direct");
     DrainQueue();
 
-    std::wstring expected = L"Veloquin launcher ready. Folder: C:\\launcher\r\ndirect\r\nFound 0 camera device(s).\r\n";
+    std::wstring expected =
+        L"Veloquin launcher ready. Folder: C:\\launcher\r\ndirect\r\nFound 0 camera device(s).\r\n";
     for (int i = 0; i < 200; ++i) {
         expected += L"line " + std::to_wstring(i) + L"\r\n";
     }
