@@ -10,7 +10,8 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
     wineserver -w
 fi
 # Kept running between the tests' Wine processes, which saves a server start for each of them.
-wineserver -p30
+# Its output must not hold the test runner's pipe open.
+wineserver -p30 </dev/null >/dev/null 2>&1
 mkdir -p "$build/drive-v"
 ln -sfn "$build/drive-v" "$WINEPREFIX/dosdevices/v:"
 echo "prefix ready: $WINEPREFIX"
