@@ -17,7 +17,7 @@ constexpr DWORD CHECK_STYLE = WS_CHILD | WS_VISIBLE | BS_AUTOCHECKBOX;
 constexpr DWORD LOG_STYLE =
     WS_CHILD | WS_VISIBLE | WS_BORDER | WS_VSCROLL | ES_READONLY | ES_AUTOVSCROLL | ES_MULTILINE;
 
-struct ControlSpec {
+struct ControlLayout {
     const wchar_t* className;
     const wchar_t* text;
     DWORD style;
@@ -27,7 +27,7 @@ struct ControlSpec {
 };
 
 // Creation order; the combo heights include their drop-down lists.
-const ControlSpec CONTROLS[] = {
+const ControlLayout CONTROLS[] = {
     {L"BUTTON", L"Virtual camera", GROUP_STYLE, 10, 12, 560, 60, -1, nullptr},
     {L"BUTTON", L"Register vcam", PUSH_STYLE, 24, 34, 160, 28, IDC_REGISTER, nullptr},
     {L"BUTTON", L"Unregister vcam", PUSH_STYLE, 200, 34, 160, 28, IDC_UNREGISTER, nullptr},
@@ -59,22 +59,22 @@ void CreateControls() {
     g_launcher.font =
         CreateFontW(-14, 0, 0, 0, FW_NORMAL, FALSE, FALSE, FALSE, DEFAULT_CHARSET, OUT_DEFAULT_PRECIS,
                     CLIP_DEFAULT_PRECIS, CLEARTYPE_QUALITY, DEFAULT_PITCH | FF_DONTCARE, L"Segoe UI");
-    for (const ControlSpec& spec : CONTROLS) {
+    for (const ControlLayout& layout : CONTROLS) {
         HWND control =
-            CreateWindowExW(0, spec.className, spec.text, spec.style, spec.x, spec.y, spec.width, spec.height,
-                            g_launcher.mainWindow, reinterpret_cast<HMENU>(static_cast<INT_PTR>(spec.id)),
+            CreateWindowExW(0, layout.className, layout.text, layout.style, layout.x, layout.y, layout.width, layout.height,
+                            g_launcher.mainWindow, reinterpret_cast<HMENU>(static_cast<INT_PTR>(layout.id)),
                             GetModuleHandleW(nullptr), nullptr);
         if (control != nullptr && g_launcher.font != nullptr) {
             SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(g_launcher.font), TRUE);
         }
-        if (spec.field != nullptr) {
-            g_launcher.*spec.field = control;
+        if (layout.field != nullptr) {
+            g_launcher.*layout.field = control;
         }
-        if (spec.id == IDC_PROVIDER) {
+        if (layout.id == IDC_PROVIDER) {
             AddItems(control, {L"GPU (DirectML)", L"CPU"}, 0);
-        } else if (spec.id == IDC_MAX_WIDTH) {
+        } else if (layout.id == IDC_MAX_WIDTH) {
             AddItems(control, {L"640", L"960", L"1280", L"1920"}, 2);
-        } else if (spec.id == IDC_D3D_CAPTURE) {
+        } else if (layout.id == IDC_D3D_CAPTURE) {
             SendMessageW(control, BM_SETCHECK, BST_CHECKED, 0);
         }
     }
