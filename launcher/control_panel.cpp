@@ -60,10 +60,10 @@ void CreateControls() {
         CreateFontW(-14, 0, 0, 0, FW_NORMAL, FALSE, FALSE, FALSE, DEFAULT_CHARSET, OUT_DEFAULT_PRECIS,
                     CLIP_DEFAULT_PRECIS, CLEARTYPE_QUALITY, DEFAULT_PITCH | FF_DONTCARE, L"Segoe UI");
     for (const ControlLayout& layout : CONTROLS) {
-        HWND control =
-            CreateWindowExW(0, layout.className, layout.text, layout.style, layout.x, layout.y, layout.width, layout.height,
-                            g_launcher.mainWindow, reinterpret_cast<HMENU>(static_cast<INT_PTR>(layout.id)),
-                            GetModuleHandleW(nullptr), nullptr);
+        HWND control = CreateWindowExW(0, layout.className, layout.text, layout.style, layout.x, layout.y,
+                                       layout.width, layout.height, g_launcher.mainWindow,
+                                       reinterpret_cast<HMENU>(static_cast<INT_PTR>(layout.id)),
+                                       GetModuleHandleW(nullptr), nullptr);
         if (control != nullptr && g_launcher.font != nullptr) {
             SendMessageW(control, WM_SETFONT, reinterpret_cast<WPARAM>(g_launcher.font), TRUE);
         }
