@@ -1,7 +1,7 @@
 // Stands in for the producer executable: prints what VQTEST_PRODUCER_MODE asks for, ends as
 // VQTEST_PRODUCER_THEN asks, and records in VQTEST_PRODUCER_RECORD how the launcher started it.
 // All output goes through WriteFile so the launcher receives exactly these bytes.
-#include <windows.h>
+#include "tests/doubles/standin_common.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,36 +11,8 @@
 
 namespace {
 
-std::optional<std::wstring> EnvironmentVariable(const wchar_t* name) {
-    std::wstring value(64, L'\0');
-    for (;;) {
-        SetLastError(ERROR_SUCCESS);
-        const DWORD length = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
-        if (length == 0) {
-            if (GetLastError() == ERROR_ENVVAR_NOT_FOUND) {
-                return std::nullopt;
-            }
-            return std::wstring();
-        }
-        if (length < value.size()) {
-            value.resize(length);
-            return value;
-        }
-        value.resize(length);
-    }
-}
-
-std::string Utf8(std::wstring_view text) {
-    if (text.empty()) {
-        return {};
-    }
-    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0,
-                                         nullptr, nullptr);
-    std::string result(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), result.data(), size, nullptr,
-                        nullptr);
-    return result;
-}
+using standin::EnvironmentVariable;
+using standin::Utf8;
 
 // Failures are ignored: the reader may have gone, and the test judges by what arrived.
 void Write(HANDLE handle, std::string_view bytes) {
@@ -105,7 +77,7 @@ bool ParseCount(std::wstring_view text, unsigned long long& count) {
     return true;
 }
 
-void Flood(unsigned long long lines) {
+void WriteFlood(unsigned long long lines) {
     // Whole chunks regardless of line ends, so lines straddle the reads on the other side.
     std::string buffer;
     buffer.reserve(kChunk + 80);
@@ -243,7 +215,7 @@ int main() {
         bytes += "]\n";
         Out(bytes);
     } else if (mode.starts_with(L"flood:") && ParseCount(std::wstring_view(mode).substr(6), count)) {
-        Flood(count);
+        WriteFlood(count);
     } else if (mode.starts_with(L"longline:") && ParseCount(std::wstring_view(mode).substr(9), count)) {
         LongLine(count);
     } else if (mode == L"file") {
