@@ -83,8 +83,6 @@ void Journal(const std::string& line) {
     CloseHandle(file);
 }
 
-namespace {
-
 std::optional<std::string> ReadWholeFile(const std::wstring& path) {
     const HANDLE file =
         CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -101,6 +99,8 @@ std::optional<std::string> ReadWholeFile(const std::wstring& path) {
     CloseHandle(file);
     return content;
 }
+
+namespace {
 
 bool IsBlank(char c) {
     return c == ' ' || c == '\t';

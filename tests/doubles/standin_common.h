@@ -17,6 +17,8 @@ namespace standin {
 
 // Read at every call: a test may point a variable elsewhere between two calls.
 std::optional<std::wstring> EnvironmentVariable(const wchar_t* name);
+// The whole file, or nothing when it can't be opened.
+std::optional<std::string> ReadWholeFile(const std::wstring& path);
 
 std::string Utf8(std::wstring_view text);
 // A null pointer prints as (null).

@@ -107,21 +107,12 @@ void LongLine(unsigned long long bytes) {
 
 int FromFile() {
     const std::optional<std::wstring> path = EnvironmentVariable(L"VQTEST_PRODUCER_INPUT");
-    const HANDLE file = path ? CreateFileW(path->c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)
-                             : INVALID_HANDLE_VALUE;
-    if (file == INVALID_HANDLE_VALUE) {
+    const std::optional<std::string> content = path ? standin::ReadWholeFile(*path) : std::nullopt;
+    if (!content) {
         Out("cannot read VQTEST_PRODUCER_INPUT\n");
         return 3;
     }
-    std::string content;
-    char buffer[4096];
-    DWORD got = 0;
-    while (ReadFile(file, buffer, sizeof buffer, &got, nullptr) && got > 0) {
-        content.append(buffer, got);
-    }
-    CloseHandle(file);
-    WriteInChunks(content, 4096);
+    WriteInChunks(*content, 4096);
     return 0;
 }
 
