@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include <cwchar>
 #include <utility>
 
 #include "launcher/control_ids.h"
@@ -15,13 +14,6 @@ void AppendStatusLine(const std::wstring& text) {
     }
     std::wstring line = text + L"\r\n";
     int length = GetWindowTextLengthW(pane);
-    // The control takes text up to its first zero and, at its limit, only what still fits: a line
-    // that can't go in whole is dropped rather than shown cut. A full pane then costs next to nothing.
-    size_t taken = wcslen(line.c_str());
-    LRESULT limit = SendMessageW(pane, EM_GETLIMITTEXT, 0, 0);
-    if (length < 0 || static_cast<size_t>(length) + taken > static_cast<size_t>(limit)) {
-        return;
-    }
     SendMessageW(pane, EM_SETSEL, static_cast<WPARAM>(length), static_cast<LPARAM>(length));
     SendMessageW(pane, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(line.c_str()));
 }
