@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Makes the tests' own Wine prefix (once) and the drive V: that stands for a drive's root folder.
+# Makes the tests' own Wine prefix (once), puts the stand-in for the Media Foundation pieces that Wine
+# lacks into its system32 under both names, and maps drive V: to a folder that stands for a drive's root.
 set -euo pipefail
 build=$1
 : "${WINEPREFIX:?set WINEPREFIX to the prefix of the tests}"
@@ -9,9 +10,13 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
     wineboot -i >/dev/null 2>&1
     wineserver -w
 fi
-# Kept running between the tests' Wine processes, which saves a server start for each of them.
-# Its output must not hold the test runner's pipe open.
-wineserver -p30 </dev/null >/dev/null 2>&1
+# The server and Wine's own services are kept running between the tests' Wine processes, started here
+# with their output away from the test runner's pipe, which would otherwise wait for them to end.
+wineserver -p30 </dev/null >/dev/null 2>&1 || true
+wine cmd /c exit </dev/null >/dev/null 2>&1
+for name in mf mfsensorgroup; do
+    cp "$build/bin/standin_system.dll" "$WINEPREFIX/drive_c/windows/system32/$name.dll"
+done
 mkdir -p "$build/drive-v"
 ln -sfn "$build/drive-v" "$WINEPREFIX/dosdevices/v:"
 echo "prefix ready: $WINEPREFIX"

@@ -1,233 +1,156 @@
-#include "tests/e2e/e2e_support.h"
+#include <gtest/gtest.h>
 
 #include <regex>
 
-using namespace e2e;
+#include "tests/driver/driver.h"
 
-namespace {
+using namespace driver;
 
-const std::wstring OPEN_LINE =
+const std::wstring OPEN =
     L"Open Veloquin in OBS/Zoom/Teams to begin \u2014 timing stats appear once a consumer is active.";
 
-std::wstring Quoted(const std::wstring& text) {
-    return L"\"" + text + L"\"";
+static std::wstring CommandLine(const std::wstring& provider, const std::wstring& width,
+                                const std::wstring& index) {
+    return LR"("V:\veloquin_windows_retouch_vcam_producer.exe" "--camera" "--no-mirror" "--provider" ")" +
+           provider + LR"(" "--max-width" ")" + width + LR"(" "--camera-index" ")" + index +
+           LR"(" "--repo-root" "V:\")";
 }
 
-std::wstring ExpectedCommandLine(const std::wstring& folder, const std::wstring& provider,
-                                 const std::wstring& width, const std::wstring& index) {
-    std::wstring producer = folder + (folder.back() == L'\\' ? L"" : L"\\") + driver::PRODUCER_EXE;
-    return Quoted(producer) + L" \"--camera\" \"--no-mirror\" \"--provider\" " + Quoted(provider) +
-           L" \"--max-width\" " + Quoted(width) + L" \"--camera-index\" " + Quoted(index) +
-           L" \"--repo-root\" " + Quoted(folder);
-}
-
-bool Idle(const driver::Launcher& launcher) {
-    return driver::IsEnabled(launcher, IDC_START_PRODUCER) && !driver::IsEnabled(launcher, IDC_STOP_PRODUCER);
-}
-
-bool Running(const driver::Launcher& launcher) {
-    return !driver::IsEnabled(launcher, IDC_START_PRODUCER) && driver::IsEnabled(launcher, IDC_STOP_PRODUCER);
-}
-
-size_t CountOf(const std::vector<std::wstring>& lines, const std::wstring& line) {
-    return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
-}
-
-// Starts the producer and gives back the pane lines from its start line on, once it has stopped.
-std::vector<std::wstring> RunToEnd(const driver::Launcher& launcher) {
-    size_t before = driver::PaneLines(launcher).size();
-    EXPECT_TRUE(driver::Click(launcher, IDC_START_PRODUCER));
-    DWORD start = GetTickCount();
-    std::vector<std::wstring> lines;
-    do {
-        lines = driver::PaneLines(launcher);
-        if (lines.size() > before && lines.back() == L"Producer stopped.") {
-            break;
+static std::wstring Recorded(const fs::path& folder, const std::wstring& name) {
+    for (const std::wstring& line : FileLines(folder / L"producer.txt")) {
+        if (line.rfind(name + L"=", 0) == 0) {
+            return line.substr(name.size() + 1);
         }
-        Sleep(50);
-    } while (GetTickCount() - start < 15000);
-    return std::vector<std::wstring>(lines.begin() + static_cast<long>(std::min(before, lines.size())),
-                                     lines.end());
-}
-
-void Select(const driver::Launcher& launcher, int id, int position) {
-    SendMessageW(driver::Control(launcher, id), CB_SETCURSEL, static_cast<WPARAM>(position), 0);
-}
-
-} // namespace
-
-TEST(Producer, CommandLineAndEnvironmentFollowThePanel) {
-    Scenario scenario(L"producer-settings");
-    scenario.Devices(L"device\nname Veloquin\ndevice\nname USB Webcam\ndevice\nname Front Camera\n");
-    scenario.Set(L"VQTEST_PRODUCER_MODE", L"silent");
-    driver::Launcher launcher;
-    scenario.Start(launcher, 3);
-
-    std::vector<std::wstring> lines = RunToEnd(launcher);
-    std::wstring pid = scenario.Recorded(L"pid");
-    EXPECT_EQ(lines,
-              (std::vector<std::wstring>{L"Producer started (pid " + pid +
-                                             L"): provider=directml width=1280 camera-index=1 d3d-capture=on",
-                                         OPEN_LINE, L"Producer stopped."}));
-    EXPECT_EQ(scenario.Recorded(L"cmdline"),
-              ExpectedCommandLine(scenario.folder, L"directml", L"1280", L"1"));
-    EXPECT_EQ(scenario.Recorded(L"d3d"), L"1");
-    EXPECT_EQ(scenario.Recorded(L"cwd"), scenario.folder);
-    EXPECT_TRUE(Idle(launcher));
-
-    Select(launcher, IDC_PROVIDER, 1);
-    Select(launcher, IDC_MAX_WIDTH, 3);
-    Select(launcher, IDC_CAMERA, 2);
-    ASSERT_TRUE(driver::Click(launcher, IDC_D3D_CAPTURE));
-    DeleteFileW(scenario.record.c_str());
-    lines = RunToEnd(launcher);
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines[0], L"Producer started (pid " + scenario.Recorded(L"pid") +
-                            L"): provider=cpu width=1920 camera-index=2 d3d-capture=off");
-    EXPECT_EQ(scenario.Recorded(L"cmdline"), ExpectedCommandLine(scenario.folder, L"cpu", L"1920", L"2"));
-    EXPECT_EQ(scenario.Recorded(L"d3d"), L"0") << "the variable follows the check box on every start";
-
-    // Nothing selected falls back to the defaults.
-    Select(launcher, IDC_PROVIDER, -1);
-    Select(launcher, IDC_MAX_WIDTH, -1);
-    Select(launcher, IDC_CAMERA, -1);
-    DeleteFileW(scenario.record.c_str());
-    lines = RunToEnd(launcher);
-    ASSERT_FALSE(lines.empty());
-    EXPECT_TRUE(std::regex_match(lines[0], std::wregex(L"Producer started \\(pid \\d+\\): provider=directml "
-                                                       L"width=1280 camera-index=0 d3d-capture=off")));
-    EXPECT_EQ(scenario.Recorded(L"cmdline"),
-              ExpectedCommandLine(scenario.folder, L"directml", L"1280", L"0"));
-}
-
-TEST(Producer, FoldersWithBlanksAndDriveRootsStayOneArgument) {
-    Scenario blank(L"producer-blank", true, true, L"my launcher folder");
-    blank.Set(L"VQTEST_PRODUCER_MODE", L"silent");
-    driver::Launcher launcher;
-    blank.Start(launcher, 0);
-    RunToEnd(launcher);
-    EXPECT_EQ(blank.Recorded(L"cmdline"), ExpectedCommandLine(blank.folder, L"directml", L"1280", L"0"));
-    ASSERT_TRUE(driver::Close(launcher));
-
-    Scenario root(L"producer-root", false, false);
-    root.Set(L"VQTEST_PRODUCER_MODE", L"silent");
-    std::wstring exe = driver::PrepareLauncherFolder(FreshDriveRoot(), false, true);
-    driver::Launcher atRoot;
-    ASSERT_TRUE(driver::Start(atRoot, exe, root.environment));
-    ASSERT_TRUE(driver::WaitForLine(atRoot, Scenario::CountLine(0)));
-    RunToEnd(atRoot);
-    EXPECT_EQ(root.Recorded(L"cmdline"), ExpectedCommandLine(L"V:\\", L"directml", L"1280", L"0"))
-        << "the root's backslash stands right before the closing quote";
-    EXPECT_EQ(root.Recorded(L"cwd"), L"V:\\");
-}
-
-TEST(Producer, OutputBecomesLinesInOrderThenTheStopLine) {
-    Scenario scenario(L"producer-output");
-    driver::Launcher launcher;
-    scenario.Set(L"VQTEST_PRODUCER_MODE", L"lines");
-    scenario.Start(launcher, 0);
-    std::vector<std::wstring> lines = RunToEnd(launcher);
-    EXPECT_EQ(std::vector<std::wstring>(lines.begin() + std::min<long>(2, static_cast<long>(lines.size())),
-                                        lines.end()),
-              (std::vector<std::wstring>{L"alpha", L"beta", L"", L"gamma\rdelta", L"last-without-lf\r",
-                                         L"Producer stopped."}));
-
-    ASSERT_TRUE(driver::Close(launcher));
-    scenario.environment.back().second = L"split";
-    driver::Launcher split;
-    scenario.Start(split, 0);
-    lines = RunToEnd(split);
-    EXPECT_EQ(std::vector<std::wstring>(lines.begin() + std::min<long>(2, static_cast<long>(lines.size())),
-                                        lines.end()),
-              (std::vector<std::wstring>{L"hello world", L"second line", L"Producer stopped."}));
-
-    ASSERT_TRUE(driver::Close(split));
-    scenario.environment.back().second = L"stderr";
-    driver::Launcher both;
-    scenario.Start(both, 0);
-    lines = RunToEnd(both);
-    EXPECT_EQ(
-        std::vector<std::wstring>(lines.begin() + std::min<long>(2, static_cast<long>(lines.size())),
-                                  lines.end()),
-        (std::vector<std::wstring>{L"to stdout 1", L"to stderr", L"to stdout 2", L"Producer stopped."}));
-
-    // A zero byte ends what the pane takes of that line, its line end included.
-    ASSERT_TRUE(driver::Close(both));
-    scenario.environment.back().second = L"bytes";
-    driver::Launcher bytes;
-    scenario.Start(bytes, 0);
-    lines = RunToEnd(bytes);
-    std::wstring high = L"zero[high[";
-    for (int b = 0x80; b <= 0xFF; ++b) {
-        high += static_cast<wchar_t>(b);
     }
-    high += L"]";
-    EXPECT_EQ(std::vector<std::wstring>(lines.begin() + std::min<long>(2, static_cast<long>(lines.size())),
-                                        lines.end()),
-              (std::vector<std::wstring>{high, L"Producer stopped."}))
-        << "one character per byte";
+    return L"(not recorded)";
 }
 
-TEST(Producer, StopEndsItAndTheButtonsFollowTheState) {
-    Scenario scenario(L"producer-stop");
-    scenario.Set(L"VQTEST_PRODUCER_MODE", L"lines");
-    scenario.Set(L"VQTEST_PRODUCER_THEN", L"wait");
-    driver::Launcher launcher;
-    scenario.Start(launcher, 0);
-    ASSERT_TRUE(driver::Click(launcher, IDC_START_PRODUCER));
-    ASSERT_TRUE(driver::WaitForLine(launcher, L"alpha"));
-    EXPECT_TRUE(Running(launcher));
-    DWORD pid = scenario.RecordedPid(L"pid");
-    EXPECT_TRUE(driver::ProcessAlive(pid));
+// Starting, reading, stopping and closing, with the settings of the panel, from the root of a drive.
+TEST(Producer, StartStopAndClose) {
+    fs::path root = Scenario(L"producer");
+    const fs::path drive = L"V:\\", producer = drive / L"veloquin_windows_retouch_vcam_producer.exe";
+    fs::remove_all(producer);
+    const std::string cameras = "device Veloquin\ndevice USB Webcam\ndevice Front Camera\n";
+    Write(root / L"script.txt", cameras);
+    SetEnvironmentVariableW(L"VQTEST_PID", std::to_wstring(GetCurrentProcessId()).c_str());
+    Launcher launcher;
+    ASSERT_TRUE(launcher.Start(drive));
+    auto run = [&](const char* mode) {
+        fs::remove(root / L"producer.txt");
+        Write(root / L"script.txt", cameras + "producer " + mode + "\n");
+        EXPECT_TRUE(launcher.Press(StartProducer));
+    };
 
-    ASSERT_TRUE(driver::SendCommand(launcher, IDC_STOP_PRODUCER));
-    ASSERT_TRUE(driver::SendCommand(launcher, IDC_STOP_PRODUCER));
-    ASSERT_TRUE(driver::WaitForLine(launcher, L"Producer stopped."));
-    ASSERT_TRUE(driver::Settle(launcher));
-    std::vector<std::wstring> lines = driver::PaneLines(launcher);
-    EXPECT_EQ(CountOf(lines, OPEN_LINE), 1u);
-    EXPECT_EQ(CountOf(lines, L"Stopping producer..."), 2u);
-    EXPECT_EQ(CountOf(lines, L"Producer stopped."), 1u);
-    EXPECT_EQ(lines.back(), L"Producer stopped.");
-    EXPECT_LT(std::find(lines.begin(), lines.end(), L"last-without-lf\r"),
-              std::find(lines.begin(), lines.end(), L"Producer stopped."));
-    EXPECT_TRUE(Idle(launcher));
-    EXPECT_FALSE(driver::ProcessAlive(pid));
+    run("exit");
+    EXPECT_EQ(launcher.Last(), L"ERROR: producer exe not found next to launcher: " + producer.wstring());
+    fs::create_directory(producer);
+    run("exit");
+    EXPECT_TRUE(
+        std::regex_match(launcher.Last(), std::wregex(L"ERROR: failed to start producer: \\d+ \\(.+\\)")))
+        << Utf8(launcher.Last());
+    EXPECT_TRUE(launcher.Idle());
+    fs::remove(producer);
+    fs::copy_file(BinFolder() / L"standin_producer.exe", producer);
 
-    ASSERT_TRUE(driver::SendCommand(launcher, IDC_STOP_PRODUCER));
-    ASSERT_TRUE(driver::Settle(launcher));
-    EXPECT_EQ(driver::PaneLines(launcher).size(), lines.size()) << "stop with nothing running says nothing";
+    // Lines cut at LF or CR LF, one CR only, across reads, one character for each byte.
+    std::string bytes = "alpha\nbeta\r\n\ngamma\rdelta\ntwo cr\r\r\n" + std::string(5000, 'x') + "\n" +
+                        std::string("zero[\0]after\nhigh[", 18);
+    std::wstring widened = L"zero[high[";
+    for (int byte = 0x80; byte <= 0xFF; ++byte) {
+        bytes += static_cast<char>(byte);
+        widened += static_cast<wchar_t>(byte);
+    }
+    Write(root / L"output.bin", bytes + "]\n");
+    run("share");
+    ASSERT_TRUE(WaitFor([&] { return launcher.Last() == widened + L"]"; }))
+        << Utf8(Text(launcher.Item(StatusLog)));
+    EXPECT_TRUE(launcher.Running());
+    EXPECT_EQ(launcher.Lines(9),
+              (std::vector<std::wstring>{L"Producer started (pid " + Recorded(root, L"pid") +
+                                             L"): provider=directml width=1280 camera-index=1 d3d-capture=on",
+                                         OPEN, L"alpha", L"beta", L"", L"gamma\rdelta", L"two cr\r",
+                                         std::wstring(5000, L'x'), widened + L"]"}))
+        << "a zero byte ends what the pane takes of its line, line end included";
+    EXPECT_EQ(Recorded(root, L"cmdline"), CommandLine(L"directml", L"1280", L"1"));
+    EXPECT_EQ(Recorded(root, L"d3d"), L"1");
+    EXPECT_EQ(Recorded(root, L"cwd"), L"V:\\");
+    // While the test holds the pipe open, the launcher stays stopping however often Stop is pressed.
+    DWORD pid = std::stoul(Recorded(root, L"pid"));
+    ASSERT_TRUE(WaitFor([&] { return Recorded(root, L"shared") != L"(not recorded)"; }));
+    HANDLE shared = reinterpret_cast<HANDLE>(std::stoull(Recorded(root, L"shared")));
+    ASSERT_TRUE(launcher.Command(StartProducer)); // ignored while one runs
+    ASSERT_TRUE(launcher.Command(StopProducer));
+    ASSERT_TRUE(launcher.Command(StopProducer));
+    EXPECT_TRUE(WaitFor([&] { return !Alive(pid); }));
+    ASSERT_TRUE(launcher.Settle());
+    EXPECT_TRUE(launcher.Running()) << "the buttons wait for the end of the output";
+    DWORD written = 0;
+    WriteFile(shared, "last without lf\r", 16, &written, nullptr);
+    CloseHandle(shared);
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
+    EXPECT_EQ(launcher.Lines(5),
+              (std::vector<std::wstring>{widened + L"]", L"Stopping producer...", L"Stopping producer...",
+                                         L"last without lf\r", L"Producer stopped."}));
+    ASSERT_TRUE(launcher.Command(StopProducer)); // nothing to stop
+    ASSERT_TRUE(launcher.Settle());
+    EXPECT_EQ(launcher.Last(), L"Producer stopped.");
 
-    DeleteFileW(scenario.record.c_str());
-    ASSERT_TRUE(driver::Click(launcher, IDC_START_PRODUCER));
-    EXPECT_NE(scenario.Recorded(L"pid"), std::to_wstring(pid)) << "a new producer after the last one ended";
-    EXPECT_TRUE(Running(launcher));
-}
+    fs::remove(root / L"output.bin");
+    launcher.Ask(Provider, CB_SETCURSEL, 1);
+    launcher.Ask(MaxWidth, CB_SETCURSEL, 3);
+    launcher.Ask(Camera, CB_SETCURSEL, 2);
+    ASSERT_TRUE(launcher.Press(D3dCapture));
+    run("exit");
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
+    EXPECT_EQ(launcher.Lines(3),
+              (std::vector<std::wstring>{L"Producer started (pid " + Recorded(root, L"pid") +
+                                             L"): provider=cpu width=1920 camera-index=2 d3d-capture=off",
+                                         OPEN, L"Producer stopped."}));
+    EXPECT_EQ(Recorded(root, L"cmdline"), CommandLine(L"cpu", L"1920", L"2"));
+    EXPECT_EQ(Recorded(root, L"d3d"), L"0");
 
-TEST(Producer, ClosingTakesTheProducerDown) {
-    Scenario scenario(L"producer-close");
-    scenario.Set(L"VQTEST_PRODUCER_MODE", L"demo");
-    driver::Launcher launcher;
-    scenario.Start(launcher, 0);
-    ASSERT_TRUE(driver::Click(launcher, IDC_START_PRODUCER));
-    DWORD pid = scenario.RecordedPid(L"pid");
-    ASSERT_TRUE(driver::ProcessAlive(pid));
+    for (int id : {Provider, MaxWidth, Camera}) {
+        launcher.Ask(id, CB_SETCURSEL, static_cast<WPARAM>(-1));
+    }
+    run("exit");
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
+    EXPECT_EQ(launcher.Lines(3)[0], L"Producer started (pid " + Recorded(root, L"pid") +
+                                        L"): provider=directml width=1280 camera-index=0 d3d-capture=off");
+    EXPECT_EQ(Recorded(root, L"cmdline"), CommandLine(L"directml", L"1280", L"0"));
+
+    // A child that inherited the pipe keeps it open after the producer has gone; Stop ends it too.
+    run("grandchild");
+    ASSERT_TRUE(WaitFor([&] { return launcher.Last() == L"parent done"; }));
+    DWORD child = std::wcstoul(Recorded(root, L"child").c_str(), nullptr, 10);
+    EXPECT_TRUE(launcher.Running());
+    ASSERT_TRUE(launcher.Press(StopProducer));
+    EXPECT_TRUE(WaitFor([&] { return launcher.Idle() && !Alive(child); }));
+
+    // Output that has ended while the producer goes on: it runs until it has gone.
+    Write(root / L"output.bin", "quiet\n");
+    run("quiet");
+    ASSERT_TRUE(WaitFor([&] { return launcher.Last() == L"quiet"; }));
+    ASSERT_TRUE(launcher.Settle());
+    EXPECT_TRUE(launcher.Running()) << "the exit waits for the process, not only for the end of its output";
+    ASSERT_TRUE(launcher.Press(StopProducer));
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
+
+    // The pane takes what fits under its limit and then no more: the line is cut, not dropped.
+    Write(root / L"output.bin", std::string(40000, 'x'));
+    run("exit");
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
+    std::wstring pane = Text(launcher.Item(StatusLog));
+    EXPECT_EQ(pane.size(), 30000u);
+    EXPECT_EQ(pane.back(), L'x');
+
+    // The pane takes no more lines, so the producer's record tells when it runs.
+    fs::remove(root / L"output.bin");
+    run("wait");
+    ASSERT_TRUE(
+        WaitFor([&] { return (pid = std::wcstoul(Recorded(root, L"pid").c_str(), nullptr, 10)) != 0; }));
+    EXPECT_TRUE(Alive(pid));
     DWORD exitCode = 99;
-    ASSERT_TRUE(driver::Close(launcher, 15000, &exitCode));
+    ASSERT_TRUE(launcher.Close(&exitCode));
     EXPECT_EQ(exitCode, 0u);
-    EXPECT_FALSE(driver::ProcessAlive(pid));
-}
-
-TEST(Producer, StopAlsoEndsAChildHoldingThePipe) {
-    Scenario scenario(L"producer-stop-child");
-    scenario.Set(L"VQTEST_PRODUCER_MODE", L"grandchild");
-    driver::Launcher launcher;
-    scenario.Start(launcher, 0);
-    ASSERT_TRUE(driver::Click(launcher, IDC_START_PRODUCER));
-    DWORD child = scenario.RecordedPid(L"child");
-    ASSERT_TRUE(driver::WaitForLine(launcher, L"parent done"));
-    ASSERT_TRUE(driver::Click(launcher, IDC_STOP_PRODUCER));
-    ASSERT_TRUE(driver::WaitForLine(launcher, L"Producer stopped.", 10000));
-    EXPECT_FALSE(driver::ProcessAlive(child));
-    EXPECT_TRUE(Idle(launcher));
+    EXPECT_FALSE(Alive(pid)) << "the producer goes before the window";
 }

@@ -1,184 +1,143 @@
-#include "tests/e2e/e2e_support.h"
+#include <gtest/gtest.h>
 
-using namespace e2e;
+#include "tests/driver/driver.h"
 
-namespace {
+using namespace driver;
 
-struct ExpectedControl {
-    const wchar_t* className;
-    const wchar_t* text;
-    DWORD style;
-    int x, y, width, height;
-    int id;
+// Class, text, id, style and bounds of each control, in creation order. Wine draws the pane's frame
+// itself and gives a combo box's scroll bar to its list, so WS_BORDER and a combo box's WS_VSCROLL are
+// left out; it also reports a combo box's list apart from its field.
+const wchar_t* const CONTROLS[] = {
+    L"Button Virtual camera|-1|50000007|10 12 560 60",
+    L"Button Register vcam|1001|50000000|24 34 160 28",
+    L"Button Unregister vcam|1002|50000000|200 34 160 28",
+    L"Button Producer settings|-1|50000007|10 90 560 110",
+    L"Static Provider:|-1|50000000|24 116 70 20",
+    L"ComboBox GPU (DirectML)|1003|50000003|100 112 180 200",
+    L"Static Max width:|-1|50000000|300 116 70 20",
+    L"ComboBox 1280|1004|50000003|380 112 120 200",
+    L"Static Camera:|-1|50000000|24 156 70 20",
+    L"ComboBox |1005|50000003|100 152 340 240",
+    L"Button Refresh|1007|50000000|450 151 100 26",
+    L"Button D3D capture|1006|50000003|100 180 120 20",
+    L"Button Producer|-1|50000007|10 214 560 60",
+    L"Button Start producer|1008|50000000|24 236 160 28",
+    L"Button Stop producer|1009|58000000|200 236 160 28",
+    L"Edit |1010|50200844|10 284 560 230",
 };
 
-// Window styles as they read back: WS_CHILD | WS_VISIBLE plus the control's own.
-const ExpectedControl CONTROLS[] = {
-    {L"Button", L"Virtual camera", 0x50000007, 10, 12, 560, 60, -1},
-    {L"Button", L"Register vcam", 0x50000000, 24, 34, 160, 28, IDC_REGISTER},
-    {L"Button", L"Unregister vcam", 0x50000000, 200, 34, 160, 28, IDC_UNREGISTER},
-    {L"Button", L"Producer settings", 0x50000007, 10, 90, 560, 110, -1},
-    {L"Static", L"Provider:", 0x50000000, 24, 116, 70, 20, -1},
-    {L"ComboBox", L"GPU (DirectML)", 0x50200003, 100, 112, 180, 200, IDC_PROVIDER},
-    {L"Static", L"Max width:", 0x50000000, 300, 116, 70, 20, -1},
-    {L"ComboBox", L"1280", 0x50200003, 380, 112, 120, 200, IDC_MAX_WIDTH},
-    {L"Static", L"Camera:", 0x50000000, 24, 156, 70, 20, -1},
-    {L"ComboBox", L"", 0x50200003, 100, 152, 340, 240, IDC_CAMERA},
-    {L"Button", L"Refresh", 0x50000000, 450, 151, 100, 26, IDC_REFRESH},
-    {L"Button", L"D3D capture", 0x50000003, 100, 180, 120, 20, IDC_D3D_CAPTURE},
-    {L"Button", L"Producer", 0x50000007, 10, 214, 560, 60, -1},
-    {L"Button", L"Start producer", 0x50000000, 24, 236, 160, 28, IDC_START_PRODUCER},
-    {L"Button", L"Stop producer", 0x58000000, 200, 236, 160, 28, IDC_STOP_PRODUCER},
-    {L"Edit", L"", 0x50A00844, 10, 284, 560, 230, IDC_STATUS_LOG},
+const std::wstring MARK = L"  [Veloquin \u2014 do not select]";
+
+// Refreshes of the camera list: the devices of the moment, then the items and the selection.
+const struct {
+    const char* devices;
+    std::vector<std::wstring> items;
+    int selected;
+} REFRESHES[] = {
+    {"device Veloquin|swd#vcam\ndevice Integrated Webcam|usb#1\ndevice Integrated Webcam|usb#2\n",
+     {L"0: Veloquin" + MARK, L"1: Integrated Webcam", L"2: Integrated Webcam"},
+     1},
+    {"device VELOQUIN\ndevice my veloquin (2)\n", {L"0: VELOQUIN" + MARK, L"1: my veloquin (2)" + MARK}, 0},
+    {"device USB Webcam\ndevice Front Camera\ndevice My Veloquin\n",
+     {L"0: USB Webcam", L"1: Front Camera", L"2: My Veloquin" + MARK},
+     0},
+    {"device |usb#nameless\ndevice \ndevice Windows Virtual Camera\ndevice \xD0\x9A\xD0\xB0\xD0\xBC "
+     "\xE3\x82\xAB\n",
+     {L"0: (unnamed camera)", L"1: (unnamed camera)", L"2: Windows Virtual Camera",
+      L"3: \u041a\u0430\u043c \u30ab"},
+     0},
+    {"MFEnumDeviceSources 0x80070015\ndevice Front Camera|usb#1\n", {}, -1},
 };
 
-std::wstring ClassOf(HWND window) {
-    wchar_t name[64] = {};
-    GetClassNameW(window, name, 64);
-    return name;
+static std::wstring Describe(HWND control, HWND window) {
+    wchar_t className[64] = {}, text[512] = {};
+    GetClassNameW(control, className, 64);
+    bool combo = _wcsicmp(className, L"ComboBox") == 0, pane = _wcsicmp(className, L"Edit") == 0;
+    RECT rect = {}, dropped = {};
+    GetWindowRect(control, &rect);
+    MapWindowPoints(nullptr, window, reinterpret_cast<POINT*>(&rect), 2);
+    SendMessageW(control, CB_GETDROPPEDCONTROLRECT, 0, reinterpret_cast<LPARAM>(&dropped));
+    swprintf(text, 512, L"%ls %ls|%d|%08lX|%ld %ld %ld %ld", className, pane ? L"" : Text(control).c_str(),
+             GetDlgCtrlID(control),
+             GetWindowLongW(control, GWL_STYLE) & ~(WS_BORDER | (combo ? WS_VSCROLL : 0)), rect.left,
+             rect.top, rect.right - rect.left, rect.bottom - rect.top + dropped.bottom - dropped.top);
+    return text;
 }
 
-RECT ClientRectOf(HWND child, HWND parent) {
-    RECT rect = {};
-    GetWindowRect(child, &rect);
-    MapWindowPoints(nullptr, parent, reinterpret_cast<POINT*>(&rect), 2);
-    return rect;
-}
+// The whole face of the window, its first lines, commands that must do nothing, the camera list through
+// refreshes, and a clean close; from a launcher whose own path of 259 characters fills the first buffer
+// and so needs a second.
+TEST(Shell, PanelCommandsCamerasAndClose) {
+    fs::path root = Scenario(L"shell");
+    fs::path folder = root / std::wstring(259 - root.wstring().size() - 23, L'x');
+    fs::create_directories(folder);
+    Launcher launcher;
+    ASSERT_TRUE(launcher.Start(folder));
+    ASSERT_EQ((folder / L"veloquin_launcher.exe").wstring().size(), 259u);
 
-} // namespace
-
-TEST(Shell, WindowAndControlsStandAsLaidOut) {
-    Scenario scenario(L"shell-layout");
-    driver::Launcher launcher;
-    scenario.Start(launcher);
-    HWND window = launcher.window;
-
-    EXPECT_EQ(ClassOf(window), L"VeloquinLauncherWindow");
-    EXPECT_EQ(driver::WindowText(window), L"Veloquin Launcher");
+    wchar_t className[64] = {};
+    GetClassNameW(launcher.window, className, 64);
+    EXPECT_STREQ(className, L"VeloquinLauncherWindow");
+    EXPECT_EQ(Text(launcher.window), L"Veloquin Launcher");
     RECT client = {};
-    GetClientRect(window, &client);
-    EXPECT_EQ(client.right - client.left, 596);
-    EXPECT_EQ(client.bottom - client.top, 600);
-    LONG style = GetWindowLongW(window, GWL_STYLE);
-    const LONG wanted = WS_VISIBLE | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;
-    EXPECT_EQ(style & wanted, wanted);
-    EXPECT_EQ(style & (WS_THICKFRAME | WS_MAXIMIZEBOX), 0) << "a window of fixed size";
+    GetClientRect(launcher.window, &client);
+    EXPECT_EQ(std::make_pair(client.right, client.bottom), std::make_pair(596L, 600L));
+    LONG style = GetWindowLongW(launcher.window, GWL_STYLE);
+    EXPECT_EQ(style & (WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX | WS_THICKFRAME | WS_MAXIMIZEBOX),
+              WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX);
 
-    size_t index = 0;
-    for (HWND child = GetWindow(window, GW_CHILD); child != nullptr;
-         child = GetWindow(child, GW_HWNDNEXT), ++index) {
-        ASSERT_LT(index, std::size(CONTROLS)) << "more children than controls";
-        const ExpectedControl& expected = CONTROLS[index];
-        SCOPED_TRACE(driver::WideToUtf8(expected.text) + " #" + std::to_string(index + 1));
-        EXPECT_EQ(_wcsicmp(ClassOf(child).c_str(), expected.className), 0)
-            << driver::WideToUtf8(ClassOf(child));
-        if (expected.id != IDC_STATUS_LOG) {
-            EXPECT_EQ(driver::WindowText(child), expected.text);
-        }
-        EXPECT_EQ(GetDlgCtrlID(child), expected.id);
-        DWORD childStyle = static_cast<DWORD>(GetWindowLongW(child, GWL_STYLE));
-        // Wine draws the edit frame itself and hands a combo box's scroll bar to its list.
-        bool combo = _wcsicmp(expected.className, L"ComboBox") == 0;
-        DWORD mask = expected.id == IDC_STATUS_LOG ? ~static_cast<DWORD>(WS_BORDER)
-                     : combo                       ? ~static_cast<DWORD>(WS_VSCROLL)
-                                                   : ~0u;
-        EXPECT_EQ(childStyle & mask, expected.style & mask) << std::hex << childStyle;
-        EXPECT_EQ(childStyle & WS_TABSTOP, 0u);
-        EXPECT_EQ(GetWindowLongW(child, GWL_EXSTYLE) & ~WS_EX_NOPARENTNOTIFY & ~WS_EX_CLIENTEDGE, 0);
-        RECT rect = ClientRectOf(child, window);
-        EXPECT_EQ(rect.left, expected.x);
-        EXPECT_EQ(rect.top, expected.y);
-        EXPECT_EQ(rect.right - rect.left, expected.width);
-        if (combo) {
-            // The created height includes the drop-down list. Windows reports it as the dropped
-            // rectangle's height; Wine leaves the closed field's height out of that rectangle.
-            RECT dropped = {};
-            SendMessageW(child, CB_GETDROPPEDCONTROLRECT, 0, reinterpret_cast<LPARAM>(&dropped));
-            LONG droppedHeight = dropped.bottom - dropped.top;
-            LONG fieldHeight = rect.bottom - rect.top;
-            EXPECT_TRUE(droppedHeight == expected.height || droppedHeight + fieldHeight == expected.height)
-                << "dropped " << droppedHeight << ", field " << fieldHeight;
-        } else {
-            EXPECT_EQ(rect.bottom - rect.top, expected.height);
-        }
+    HWND child = GetWindow(launcher.window, GW_CHILD);
+    for (const wchar_t* expected : CONTROLS) {
+        EXPECT_EQ(Describe(child, launcher.window), expected);
+        EXPECT_EQ(GetWindowLongW(child, GWL_EXSTYLE) & ~(WS_EX_NOPARENTNOTIFY | WS_EX_CLIENTEDGE), 0);
+        child = GetWindow(child, GW_HWNDNEXT);
     }
-    EXPECT_EQ(index, std::size(CONTROLS));
+    EXPECT_EQ(child, nullptr) << "more than the 16 controls";
+    EXPECT_EQ(launcher.Items(Provider), (std::vector<std::wstring>{L"GPU (DirectML)", L"CPU"}));
+    EXPECT_EQ(launcher.Items(MaxWidth), (std::vector<std::wstring>{L"640", L"960", L"1280", L"1920"}));
+    EXPECT_EQ(launcher.Ask(D3dCapture, BM_GETCHECK), BST_CHECKED);
+    EXPECT_TRUE(launcher.Idle());
+    EXPECT_TRUE(launcher.Enabled(Refresh));
 
-    EXPECT_EQ(driver::ComboItems(launcher, IDC_PROVIDER),
-              (std::vector<std::wstring>{L"GPU (DirectML)", L"CPU"}));
-    EXPECT_EQ(driver::ComboSelection(launcher, IDC_PROVIDER), 0);
-    EXPECT_EQ(driver::ComboItems(launcher, IDC_MAX_WIDTH),
-              (std::vector<std::wstring>{L"640", L"960", L"1280", L"1920"}));
-    EXPECT_EQ(driver::ComboSelection(launcher, IDC_MAX_WIDTH), 2);
-    EXPECT_TRUE(driver::IsChecked(launcher, IDC_D3D_CAPTURE));
-    EXPECT_TRUE(driver::IsEnabled(launcher, IDC_START_PRODUCER));
-    EXPECT_FALSE(driver::IsEnabled(launcher, IDC_STOP_PRODUCER));
-    EXPECT_TRUE(driver::IsEnabled(launcher, IDC_REFRESH));
+    std::vector<std::wstring> lines = {L"Veloquin launcher ready. Folder: " + folder.wstring(),
+                                       L"Found 0 camera device(s)."};
+    EXPECT_EQ(launcher.Lines(), lines) << "Wine runs everything elevated: no warning";
+    for (WPARAM id : {WPARAM{0}, WPARAM{999}, WPARAM{1011}, WPARAM{0xFFFF}, WPARAM{Provider},
+                      WPARAM{D3dCapture}, WPARAM{StatusLog}, MAKEWPARAM(1234, BN_CLICKED)}) {
+        ASSERT_TRUE(launcher.Command(id));
+    }
+    PostMessageW(launcher.window, 0x8001, 0, 0); // a status line without its text
+    ASSERT_TRUE(launcher.Press(D3dCapture));
+    EXPECT_EQ(launcher.Ask(D3dCapture, BM_GETCHECK), BST_UNCHECKED) << "the check box toggles itself";
+    ASSERT_TRUE(launcher.Settle());
+    EXPECT_EQ(launcher.Lines(), lines) << "no command outside the table does anything";
+
+    fs::remove(L"C:\\ProgramData\\Veloquin\\Logs\\vcam-service.log");
+    for (const auto& refresh : REFRESHES) {
+        SCOPED_TRACE(refresh.devices);
+        Write(root / L"script.txt", refresh.devices);
+        ASSERT_TRUE(launcher.Press(Refresh) && launcher.Settle());
+        EXPECT_EQ(launcher.Items(Camera), refresh.items);
+        EXPECT_EQ(launcher.Ask(Camera, CB_GETCURSEL), refresh.selected);
+        lines.push_back(L"Found " + std::to_wstring(refresh.items.size()) + L" camera device(s).");
+        EXPECT_EQ(launcher.Lines(), lines);
+    }
+    EXPECT_FALSE(fs::exists(L"C:\\ProgramData\\Veloquin\\Logs\\vcam-service.log")) << "the list logs nothing";
 
     DWORD exitCode = 99;
-    ASSERT_TRUE(driver::Close(launcher, 15000, &exitCode));
+    ASSERT_TRUE(launcher.Close(&exitCode));
     EXPECT_EQ(exitCode, 0u);
 }
 
-TEST(Shell, FirstLinesThenOnlyKnownCommandsAct) {
-    Scenario scenario(L"shell-lines");
-    driver::Launcher launcher;
-    scenario.Start(launcher);
-    std::vector<std::wstring> expected = {L"Veloquin launcher ready. Folder: " + scenario.folder,
-                                          Scenario::CountLine(0)};
-    EXPECT_EQ(driver::PaneLines(launcher), expected) << "Wine runs everything elevated: no warning";
-
-    for (WPARAM id : {WPARAM{0}, WPARAM{999}, WPARAM{1011}, WPARAM{0xFFFF}, WPARAM{IDC_PROVIDER},
-                      WPARAM{IDC_D3D_CAPTURE}, WPARAM{IDC_STATUS_LOG}, MAKEWPARAM(1234, BN_CLICKED)}) {
-        ASSERT_TRUE(driver::SendCommand(launcher, id));
-    }
-    ASSERT_TRUE(driver::Click(launcher, IDC_D3D_CAPTURE));
-    EXPECT_FALSE(driver::IsChecked(launcher, IDC_D3D_CAPTURE)) << "the check box toggles itself";
-    ASSERT_TRUE(driver::Settle(launcher));
-    EXPECT_EQ(driver::PaneLines(launcher), expected) << "no command outside the table does anything";
-
-    DWORD exitCode = 99;
-    ASSERT_TRUE(driver::Close(launcher, 15000, &exitCode));
-    EXPECT_EQ(exitCode, 0u);
-}
-
-TEST(Shell, ModulePathOfTheBufferSizeIsReadWhole) {
-    // 258 characters fit the first buffer; 259 fill it to the last character and need the second.
-    // (Wine starts no program from a path of 260 or more.)
-    for (size_t length : {size_t{258}, size_t{259}}) {
-        Scenario probe(L"shell-long-" + std::to_wstring(length), false, false);
-        std::wstring folder = probe.root;
-        const size_t exeName = std::wstring(driver::LAUNCHER_EXE).size() + 1;
-        while (folder.size() + exeName + 40 < length) {
-            folder = driver::JoinPath(folder, L"deeper-folder");
-        }
-        folder = driver::JoinPath(folder, std::wstring(length - exeName - folder.size() - 1, L'x'));
-        std::wstring exe = driver::PrepareLauncherFolder(folder, false, false);
-        ASSERT_EQ(exe.size(), length);
-        driver::Launcher launcher;
-        ASSERT_TRUE(driver::Start(launcher, exe, probe.environment));
-        ASSERT_TRUE(driver::WaitForLine(launcher, Scenario::CountLine(0)));
-        EXPECT_EQ(driver::PaneLines(launcher).front(), L"Veloquin launcher ready. Folder: " + folder);
-        ASSERT_TRUE(driver::Close(launcher));
-    }
-}
-
-TEST(Shell, DriveRootFolderKeepsItsSeparator) {
-    Scenario scenario(L"shell-root", false, false);
-    std::wstring exe = driver::PrepareLauncherFolder(FreshDriveRoot(), false, false);
-    ASSERT_EQ(exe, L"V:\\veloquin_launcher.exe");
-    driver::Launcher launcher;
-    ASSERT_TRUE(driver::Start(launcher, exe, scenario.environment));
-    ASSERT_TRUE(driver::WaitForLine(launcher, Scenario::CountLine(0)));
-    EXPECT_EQ(driver::PaneLines(launcher).front(), L"Veloquin launcher ready. Folder: V:\\");
-    ASSERT_TRUE(driver::Click(launcher, IDC_REGISTER));
-    ASSERT_TRUE(driver::Click(launcher, IDC_START_PRODUCER));
-    std::vector<std::wstring> lines = driver::PaneLines(launcher);
-    ASSERT_GE(lines.size(), 4u);
-    EXPECT_EQ(lines[2],
-              L"ERROR: media-source DLL not found next to launcher: V:\\veloquin_windows_vcam_source.dll");
-    EXPECT_EQ(
-        lines[3],
-        L"ERROR: producer exe not found next to launcher: V:\\veloquin_windows_retouch_vcam_producer.exe");
-    ASSERT_TRUE(driver::Close(launcher));
+TEST(Shell, ExecutableAsksForAdministratorAndCarriesItsIcon) {
+    HMODULE exe =
+        LoadLibraryExW((BinFolder() / L"veloquin_launcher.exe").c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    ASSERT_NE(exe, nullptr);
+    HRSRC manifest = FindResourceW(exe, MAKEINTRESOURCEW(1), RT_MANIFEST);
+    ASSERT_NE(manifest, nullptr);
+    std::string text(static_cast<const char*>(LockResource(LoadResource(exe, manifest))),
+                     SizeofResource(exe, manifest));
+    EXPECT_NE(text.find("level=\"requireAdministrator\""), std::string::npos) << text;
+    EXPECT_NE(FindResourceW(exe, L"IDI_APP_ICON", RT_GROUP_ICON), nullptr);
+    FreeLibrary(exe);
 }

@@ -1,0 +1,172 @@
+#include "tests/driver/driver.h"
+
+#include <fstream>
+#include <sstream>
+
+namespace driver {
+
+// Long enough that only a hang reaches it.
+constexpr UINT TIMEOUT_MS = 60000;
+
+bool WaitFor(const std::function<bool()>& condition, DWORD timeoutMs) {
+    for (ULONGLONG deadline = GetTickCount64() + timeoutMs; !condition(); Sleep(20)) {
+        if (GetTickCount64() > deadline) {
+            return false;
+        }
+    }
+    return true;
+}
+
+LRESULT Send(HWND window, UINT message, WPARAM wParam, LPARAM lParam, bool* handled) {
+    DWORD_PTR result = 0;
+    bool answered =
+        SendMessageTimeoutW(window, message, wParam, lParam, SMTO_NORMAL, TIMEOUT_MS, &result) != 0;
+    if (handled != nullptr) {
+        *handled = window != nullptr && answered;
+    }
+    return static_cast<LRESULT>(result);
+}
+
+std::wstring Text(HWND window) {
+    std::wstring text(static_cast<size_t>(Send(window, WM_GETTEXTLENGTH)) + 1, L'\0');
+    text.resize(
+        static_cast<size_t>(Send(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()))));
+    return text;
+}
+
+Launcher::~Launcher() {
+    if (process.hProcess != nullptr) {
+        TerminateProcess(process.hProcess, 1);
+        WaitForSingleObject(process.hProcess, TIMEOUT_MS);
+        CloseHandle(process.hProcess);
+        CloseHandle(process.hThread);
+    }
+}
+
+bool Launcher::Start(const fs::path& folder) {
+    fs::path exe = folder / L"veloquin_launcher.exe";
+    fs::copy_file(BinFolder() / exe.filename(), exe, fs::copy_options::overwrite_existing);
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    std::wstring commandLine = L"\"" + exe.wstring() + L"\"";
+    if (!CreateProcessW(exe.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, folder.c_str(),
+                        &startup, &process)) {
+        return false;
+    }
+    // Shown only once its creation, and with it the first refresh's post, is over.
+    return WaitFor([&] {
+               while ((window = FindWindowExW(nullptr, window, L"VeloquinLauncherWindow", nullptr)) !=
+                      nullptr) {
+                   DWORD owner = 0;
+                   GetWindowThreadProcessId(window, &owner);
+                   if (owner == process.dwProcessId && IsWindowVisible(window)) {
+                       return true;
+                   }
+               }
+               return false;
+           }) &&
+           Settle();
+}
+
+// Posted messages are handled in order, so once a margin posted now reads back, everything posted
+// before it has been handled too. The margin is a pixel that no test looks at.
+bool Launcher::Settle() const {
+    static WORD marker = 0;
+    WORD margin = static_cast<WORD>(++marker % 7 + 1);
+    return PostMessageW(Item(StatusLog), EM_SETMARGINS, EC_LEFTMARGIN, MAKELONG(margin, 0)) &&
+           WaitFor([&] { return LOWORD(Ask(StatusLog, EM_GETMARGINS)) == margin; });
+}
+
+std::vector<std::wstring> Launcher::Lines(size_t last) const {
+    std::wstring text = Text(Item(StatusLog));
+    std::vector<std::wstring> lines;
+    for (size_t start = 0, end; start < text.size(); start = end + 2) {
+        end = std::min(text.find(L"\r\n", start), text.size());
+        lines.push_back(text.substr(start, end - start));
+    }
+    lines.erase(lines.begin(), lines.end() - static_cast<long>(std::min(last, lines.size())));
+    return lines;
+}
+
+std::vector<std::wstring> Launcher::Items(int id) const {
+    std::vector<std::wstring> items(static_cast<size_t>(Ask(id, CB_GETCOUNT)));
+    for (size_t i = 0; i < items.size(); ++i) {
+        items[i].resize(static_cast<size_t>(Ask(id, CB_GETLBTEXTLEN, i)) + 1);
+        items[i].resize(
+            static_cast<size_t>(Send(Item(id), CB_GETLBTEXT, i, reinterpret_cast<LPARAM>(items[i].data()))));
+    }
+    return items;
+}
+
+bool Launcher::Close(DWORD* exitCode) {
+    PostMessageW(window, WM_CLOSE, 0, 0);
+    return WaitForSingleObject(process.hProcess, TIMEOUT_MS) == WAIT_OBJECT_0 &&
+           GetExitCodeProcess(process.hProcess, exitCode);
+}
+
+bool Alive(DWORD pid) {
+    HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, pid);
+    DWORD waited = process != nullptr ? WaitForSingleObject(process, 0) : WAIT_FAILED;
+    CloseHandle(process);
+    return waited == WAIT_TIMEOUT;
+}
+
+fs::path BinFolder() {
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return fs::path(path).parent_path();
+}
+
+fs::path Scenario(const std::wstring& name) {
+    fs::path folder = BinFolder().parent_path() / L"scratch" / name;
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+    SetEnvironmentVariableW(L"VQTEST_DIR", folder.c_str());
+    return folder;
+}
+
+std::string Read(const fs::path& file) {
+    std::ostringstream bytes;
+    bytes << std::ifstream(file, std::ios::binary).rdbuf();
+    return bytes.str();
+}
+
+void Write(const fs::path& file, const std::string& bytes) {
+    std::ofstream(file, std::ios::binary) << bytes;
+}
+
+std::string Utf8(const std::wstring& text) {
+    std::string bytes(text.size() * 3, '\0');
+    bytes.resize(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(),
+                                                         static_cast<int>(text.size()), bytes.data(),
+                                                         static_cast<int>(bytes.size()), nullptr, nullptr)));
+    return bytes;
+}
+
+std::wstring Wide(const std::string& text) {
+    std::wstring wide(text.size(), L'\0');
+    wide.resize(static_cast<size_t>(MultiByteToWideChar(
+        CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(), static_cast<int>(wide.size()))));
+    return wide;
+}
+
+std::vector<std::wstring> FileLines(const fs::path& file) {
+    std::vector<std::wstring> lines;
+    std::istringstream stream(Read(file));
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(Wide(line.substr(0, line.find_last_not_of('\r') + 1)));
+    }
+    return lines;
+}
+
+std::wstring Code(HRESULT hr) {
+    wchar_t number[16] = {}, message[1024] = {};
+    swprintf(number, 16, L"0x%08X", static_cast<unsigned>(hr));
+    DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                                  static_cast<DWORD>(hr), 0x400, message, 1024, nullptr);
+    std::wstring text(message, length);
+    text.erase(text.find_last_not_of(L"\r\n ") + 1);
+    return text.empty() ? number : number + (L" (" + text + L")");
+}
+
+} // namespace driver

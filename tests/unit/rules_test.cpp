@@ -1,0 +1,65 @@
+// Rules that are cheap to reach directly and costly to reach through the window.
+#include <gtest/gtest.h>
+
+#include "diagnostics/failure.h"
+#include "launcher/paths.h"
+#include "producer/command_line.h"
+#include "tests/driver/driver.h"
+
+using driver::Utf8;
+
+TEST(Rules, ParentAndAppendKeepTheRootWhole) {
+    const std::pair<const wchar_t*, const wchar_t*> parents[] = {
+        {L"C:\\tools\\veloquin\\launcher.exe", L"C:\\tools\\veloquin"},
+        {L"C:\\launcher.exe", L"C:\\"},
+        {L"C:/tools//launcher.exe", L"C:/tools"},
+        {L"C:\\tools\\\\", L"C:\\tools"},
+        {L"C:\\", L"C:\\"},
+        {L"\\\\server\\share\\launcher.exe", L"\\\\server\\share"},
+        {L"launcher.exe", L""},
+        {L"", L""},
+    };
+    for (auto [path, parent] : parents) {
+        EXPECT_EQ(ParentPath(path), parent) << Utf8(path);
+    }
+    const std::pair<const wchar_t*, const wchar_t*> appended[] = {
+        {L"C:\\tools", L"C:\\tools\\a.dll"},
+        {L"C:\\", L"C:\\a.dll"},
+        {L"C:/tools/", L"C:/tools/a.dll"},
+        {L"C:", L"C:a.dll"},
+        {L"", L"a.dll"},
+    };
+    for (auto [left, path] : appended) {
+        EXPECT_EQ(AppendPath(left, L"a.dll"), path) << Utf8(left);
+    }
+}
+
+TEST(Rules, CodesReadAsHexOrDecimalWithTheSystemText) {
+    for (unsigned long hr : {0x80070002ul, 0x5ul, 0x0ul, 0x800706BAul, 0xABCDEF12ul}) {
+        EXPECT_EQ(FormatHresult(static_cast<HRESULT>(hr)), driver::Code(static_cast<HRESULT>(hr)));
+    }
+    EXPECT_EQ(FormatHresult(static_cast<HRESULT>(0x8FFF7A31)), L"0x8FFF7A31") << "no text, no brackets";
+    EXPECT_EQ(FormatWin32Error(5), L"5" + driver::Code(5).substr(10));
+    EXPECT_EQ(FormatWin32Error(0xFFFFFF70u), L"4294967152");
+    const std::pair<DWORD, unsigned long> converted[] = {
+        {2, 0x80070002}, {0, 0}, {1722, 0x800706BA}, {0x80070002, 0x80070002}, {0x12345, 0x80072345}};
+    for (auto [code, hr] : converted) {
+        EXPECT_EQ(HresultFromWin32(code), static_cast<HRESULT>(hr)) << code;
+    }
+}
+
+TEST(Rules, EveryArgumentQuotedAndOnlyQuotesEscaped) {
+    const std::pair<const wchar_t*, const wchar_t*> quoted[] = {
+        {L"cpu", L"\"cpu\""},
+        {L"", L"\"\""},
+        {L"C:\\My Tools", L"\"C:\\My Tools\""},
+        {L"say \"hi\"", L"\"say \\\"hi\\\"\""},
+        {L"C:\\", L"\"C:\\\""},
+        {L"a\\\"b", L"\"a\\\\\"b\""},
+    };
+    for (auto [argument, expected] : quoted) {
+        EXPECT_EQ(QuoteArgument(argument), expected) << Utf8(argument);
+    }
+    EXPECT_EQ(BuildCommandLine({}), L"");
+    EXPECT_EQ(BuildCommandLine({L"a", L"", L"b c"}), L"\"a\" \"\" \"b c\"");
+}
