@@ -32,8 +32,8 @@ struct Launcher {
     Launcher& operator=(const Launcher&) = delete;
     ~Launcher();
 
-    // Copies the launcher into the folder and starts it there with this process's environment; returns
-    // once its window is shown and its first posted lines are in.
+    // Copies the launcher into the folder and starts it with this process's environment and current
+    // folder, which is not the launcher's; returns once its window is shown and its first lines are in.
     bool Start(const fs::path& folder);
     HWND Item(int id) const { return GetDlgItem(window, id); }
     // These three return once the launcher has handled the message.

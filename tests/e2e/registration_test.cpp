@@ -38,15 +38,18 @@ static std::wstring Retry(const std::wstring& stage, HRESULT hr, int delay, int 
            L"/5) \u2014 the Camera Frame Server was likely still starting";
 }
 
-// The calls of an attempt that gets as far as starting the camera.
+// The calls of an attempt that gets as far as starting the camera; without a link there is no camera.
 static std::vector<std::wstring> Attempt(const fs::path& folder, const std::wstring& link, HRESULT added,
                                          HRESULT started) {
-    return {FOR_REGISTER + L"0x00000000",
-            L"AddDeviceSourceInfo " + link + L" -> " + Code(added).substr(0, 10),
-            L"SetString {3FE6A436-B25D-45EA-8E1C-E31292A9B090} " + link + L" -> 0x00000000",
-            L"SetString {39FB8338-7D42-4EFB-9027-E3FCA8907224} " + folder.wstring() + L" -> 0x00000000",
-            L"Start (null) -> " + Code(started).substr(0, 10),
-            L"Released"};
+    std::vector<std::wstring> calls = {
+        FOR_REGISTER + L"0x00000000",
+        L"AddDeviceSourceInfo " + link + L" -> " + Code(added).substr(0, 10),
+        L"SetString {3FE6A436-B25D-45EA-8E1C-E31292A9B090} " + link + L" -> 0x00000000",
+        L"SetString {39FB8338-7D42-4EFB-9027-E3FCA8907224} " + folder.wstring() + L" -> 0x00000000",
+        L"Start (null) -> " + Code(started).substr(0, 10),
+        L"Released"};
+    calls.erase(calls.begin() + 1, calls.begin() + (link.empty() ? 3 : 1));
+    return calls;
 }
 
 // Type, size in bytes and text of a value under HKEY_LOCAL_MACHINE.
@@ -128,45 +131,47 @@ TEST(Registration, RegisterRetryAndUnregister) {
     EXPECT_EQ(Value(INPROC_KEY, nullptr), L"2 " + std::to_wstring((dll.size() + 1) * 2) + L" " + dll);
     EXPECT_EQ(Value(INPROC_KEY, L"ThreadingModel"), L"1 10 Both");
 
-    // Without a camera only the folder is set.
-    Write(script, "MFCreateVirtualCamera 0x80070426 0\n");
+    Write(script,
+          "device USB Webcam|usb#1\ndevice INTEGRATED Camera|usb#int\nMFCreateVirtualCamera 0x80070426 0\n");
     ULONGLONG start = GetTickCount64();
-    std::vector<std::wstring> calls = Attempt(folder, L"", S_OK, S_OK);
-    EXPECT_EQ(
-        Act(launcher, Register, journal),
-        (Outcome{{{REGISTERING, REGISTERED, found0},
-                  {Retry(L"MFCreateVirtualCamera", 0x80070426, 1000, 1),
-                   L"No physical camera was available during virtual camera registration.",
-                   L"Virtual camera registration succeeded on attempt 2"},
-                  {FOR_REGISTER + Code(0x80070426).substr(0, 10), calls[0], calls[3], calls[4], calls[5]}}}));
+    std::vector<std::wstring> calls = Attempt(folder, L"usb#int", S_OK, S_OK);
+    calls.insert(calls.begin(), FOR_REGISTER + Code(0x80070426).substr(0, 10));
+    EXPECT_EQ(Act(launcher, Register, journal),
+              (Outcome{{{REGISTERING, REGISTERED, L"Found 2 camera device(s)."},
+                        {Retry(L"MFCreateVirtualCamera", 0x80070426, 1000, 1),
+                         L"Associated physical camera: INTEGRATED Camera",
+                         L"Virtual camera registration succeeded on attempt 2"},
+                        calls}}));
     EXPECT_GE(GetTickCount64() - start, 1000u);
 
     // Each of the other transient codes in turn, up to the limit.
     const unsigned long transient[] = {0x800706BA, 0x800706BE, 0x800706BF, 0x800706D9, 0x80070015};
     const int delays[] = {1000, 2000, 3000, 5000};
-    Write(script, CAMERAS + "Start 0x800706BA 0x800706BE 0x800706BF 0x800706D9 0x80070015\n");
+    Write(script,
+          "device Front Camera|usb#front\nStart 0x800706BA 0x800706BE 0x800706BF 0x800706D9 0x80070015\n");
     Outcome expected = {{{REGISTERING, L"Register FAILED: " + Code(0x80070015),
-                          L"  detail: IMFVirtualCamera::Start", found7}}};
+                          L"  detail: IMFVirtualCamera::Start", L"Found 1 camera device(s)."}}};
     for (int attempt = 1; attempt <= 5; ++attempt) {
         HRESULT hr = static_cast<HRESULT>(transient[attempt - 1]);
-        expected[1].push_back(facetime);
+        expected[1].push_back(L"Associated physical camera: Front Camera");
         expected[1].push_back(attempt < 5
                                   ? Retry(L"IMFVirtualCamera::Start", hr, delays[attempt - 1], attempt)
                                   : L"IMFVirtualCamera::Start failed: " + Code(hr));
-        calls = Attempt(folder, L"usb#facetime", S_OK, hr);
+        calls = Attempt(folder, L"usb#front", S_OK, hr);
         expected[2].insert(expected[2].end(), calls.begin(), calls.end());
     }
     start = GetTickCount64();
     EXPECT_EQ(Act(launcher, Register, journal), expected);
     EXPECT_GE(GetTickCount64() - start, 11000u);
 
-    // The code right after a transient one is not transient.
-    Write(script, CAMERAS + "MFCreateVirtualCamera 0x800706BB\n");
+    // Without a camera only the folder is set; the code right after a transient one is not transient.
+    Write(script, "Start 0x800706BB\n");
     EXPECT_EQ(Act(launcher, Register, journal),
               (Outcome{{{REGISTERING, L"Register FAILED: " + Code(0x800706BB),
-                         L"  detail: MFCreateVirtualCamera", found7},
-                        {L"MFCreateVirtualCamera failed: " + Code(0x800706BB)},
-                        {FOR_REGISTER + Code(0x800706BB).substr(0, 10)}}}));
+                         L"  detail: IMFVirtualCamera::Start", found0},
+                        {L"No physical camera was available during virtual camera registration.",
+                         L"IMFVirtualCamera::Start failed: " + Code(0x800706BB)},
+                        Attempt(folder, L"", S_OK, 0x800706BB)}}));
 
     // No preferred name, whatever the links say: the first camera.
     Write(script, "device USB Webcam|usb#windows virtual camera\ndevice Capture Card|usb#front\n"
