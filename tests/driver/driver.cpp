@@ -45,7 +45,8 @@ Launcher::~Launcher() {
 
 bool Launcher::Start(const fs::path& folder) {
     fs::path exe = folder / L"veloquin_launcher.exe";
-    fs::copy_file(BinFolder() / exe.filename(), exe, fs::copy_options::overwrite_existing);
+    fs::remove(exe); // rather than overwrite: MinGW's copy_file takes every file of a drive for the same
+    fs::copy_file(BinFolder() / exe.filename(), exe);
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     std::wstring commandLine = L"\"" + exe.wstring() + L"\"";
