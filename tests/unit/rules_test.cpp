@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "diagnostics/failure.h"
+#include "launcher/control_panel.h"
+#include "launcher/launcher_state.h"
 #include "launcher/paths.h"
 #include "producer/command_line.h"
 #include "tests/driver/driver.h"
@@ -62,4 +64,19 @@ TEST(Rules, EveryArgumentQuotedAndOnlyQuotesEscaped) {
     }
     EXPECT_EQ(BuildCommandLine({}), L"");
     EXPECT_EQ(BuildCommandLine({L"a", L"", L"b c"}), L"\"a\" \"\" \"b c\"");
+}
+
+TEST(Rules, EveryControlDrawsWithTheOneFont) {
+    g_launcher.mainWindow =
+        CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 596, 600, nullptr, nullptr, nullptr, nullptr);
+    CreateControls();
+    LOGFONTW font = {};
+    ASSERT_EQ(GetObjectW(g_launcher.font, sizeof(font), &font), static_cast<int>(sizeof(font)));
+    EXPECT_EQ(std::make_tuple(std::wstring(font.lfFaceName), font.lfHeight, font.lfWeight, font.lfQuality),
+              std::make_tuple(std::wstring(L"Segoe UI"), -14L, 400L, BYTE{CLEARTYPE_QUALITY}));
+    for (HWND control = GetWindow(g_launcher.mainWindow, GW_CHILD); control;
+         control = GetWindow(control, GW_HWNDNEXT)) {
+        EXPECT_EQ(reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)), g_launcher.font);
+    }
+    DestroyWindow(g_launcher.mainWindow);
 }
