@@ -17,12 +17,11 @@ static std::wstring CommandLine(const std::wstring& provider, const std::wstring
 }
 
 static std::wstring Recorded(const fs::path& folder, const std::wstring& name) {
-    for (const std::wstring& line : FileLines(folder / L"producer.txt")) {
-        if (line.rfind(name + L"=", 0) == 0) {
-            return line.substr(name.size() + 1);
-        }
-    }
-    return L"(not recorded)";
+    std::wstring record = Wide(Read(folder / L"producer.txt"));
+    std::wsmatch match;
+    return std::regex_search(record, match, std::wregex(L"(^|\n)" + name + L"=([^\r\n]*)"))
+               ? match[2].str()
+               : L"(not recorded)";
 }
 
 // Starting, reading, stopping and closing, with the settings of the panel, from the root of a drive.

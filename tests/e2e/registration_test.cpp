@@ -54,15 +54,11 @@ static std::vector<std::wstring> Attempt(const fs::path& folder, const std::wstr
 
 // Type, size in bytes and text of a value under HKEY_LOCAL_MACHINE.
 static std::wstring Value(const std::wstring& key, const wchar_t* name) {
-    HKEY handle = nullptr;
     wchar_t data[1024] = {};
-    DWORD type = 0, size = sizeof(data) - sizeof(wchar_t);
-    LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, &handle);
-    if (status == ERROR_SUCCESS) {
-        status = RegQueryValueExW(handle, name, nullptr, &type, reinterpret_cast<BYTE*>(data), &size);
-        RegCloseKey(handle);
-    }
-    return status ? L"(none)" : std::to_wstring(type) + L" " + std::to_wstring(size) + L" " + data;
+    DWORD type = 0, size = sizeof(data);
+    return RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_ANY | RRF_NOEXPAND, &type, data, &size)
+               ? L"(none)"
+               : std::to_wstring(type) + L" " + std::to_wstring(size) + L" " + data;
 }
 
 static std::vector<std::wstring> LogTexts() {
