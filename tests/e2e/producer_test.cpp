@@ -34,6 +34,7 @@ TEST(Producer, StartStopAndClose) {
     SetEnvironmentVariableW(L"VQTEST_PID", std::to_wstring(GetCurrentProcessId()).c_str());
     Launcher launcher;
     ASSERT_TRUE(launcher.Start(drive));
+    auto pane = [&] { return Utf8(Text(launcher.Item(StatusLog))); };
     auto run = [&](const char* mode) {
         fs::remove(root / L"producer.txt");
         Write(root / L"script.txt", cameras + "producer " + mode + "\n");
@@ -61,8 +62,7 @@ TEST(Producer, StartStopAndClose) {
     }
     Write(root / L"output.bin", bytes + "]\n");
     run("share");
-    ASSERT_TRUE(WaitFor([&] { return launcher.Last() == widened + L"]"; }))
-        << Utf8(Text(launcher.Item(StatusLog)));
+    ASSERT_TRUE(WaitFor([&] { return launcher.Last() == widened + L"]"; })) << pane();
     EXPECT_TRUE(launcher.Running());
     EXPECT_EQ(launcher.Lines(9),
               (std::vector<std::wstring>{L"Producer started (pid " + Recorded(root, L"pid") +
@@ -80,13 +80,13 @@ TEST(Producer, StartStopAndClose) {
     ASSERT_TRUE(launcher.Command(StartProducer)); // ignored while one runs
     ASSERT_TRUE(launcher.Command(StopProducer));
     ASSERT_TRUE(launcher.Command(StopProducer));
-    EXPECT_TRUE(WaitFor([&] { return !Alive(pid); }));
+    EXPECT_TRUE(WaitFor([&] { return !Alive(pid); })) << "Stop left the producer running";
     ASSERT_TRUE(launcher.Settle());
     EXPECT_TRUE(launcher.Running()) << "the buttons wait for the end of the output";
     DWORD written = 0;
     WriteFile(shared, "last without lf\r", 16, &written, nullptr);
     CloseHandle(shared);
-    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
     EXPECT_EQ(launcher.Lines(5),
               (std::vector<std::wstring>{widened + L"]", L"Stopping producer...", L"Stopping producer...",
                                          L"last without lf\r", L"Producer stopped."}));
@@ -100,7 +100,7 @@ TEST(Producer, StartStopAndClose) {
     launcher.Ask(Camera, CB_SETCURSEL, 2);
     ASSERT_TRUE(launcher.Press(D3dCapture));
     run("exit");
-    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
     EXPECT_EQ(launcher.Lines(3),
               (std::vector<std::wstring>{L"Producer started (pid " + Recorded(root, L"pid") +
                                              L"): provider=cpu width=1920 camera-index=2 d3d-capture=off",
@@ -112,35 +112,36 @@ TEST(Producer, StartStopAndClose) {
         launcher.Ask(id, CB_SETCURSEL, static_cast<WPARAM>(-1));
     }
     run("exit");
-    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
     EXPECT_EQ(launcher.Lines(3)[0], L"Producer started (pid " + Recorded(root, L"pid") +
                                         L"): provider=directml width=1280 camera-index=0 d3d-capture=off");
     EXPECT_EQ(Recorded(root, L"cmdline"), CommandLine(L"directml", L"1280", L"0"));
 
     // A child that inherited the pipe keeps it open after the producer has gone; Stop ends it too.
     run("grandchild");
-    ASSERT_TRUE(WaitFor([&] { return launcher.Last() == L"parent done"; }));
+    ASSERT_TRUE(WaitFor([&] { return launcher.Last() == L"parent done"; })) << pane();
     DWORD child = std::wcstoul(Recorded(root, L"child").c_str(), nullptr, 10);
     EXPECT_TRUE(launcher.Running());
     ASSERT_TRUE(launcher.Press(StopProducer));
-    EXPECT_TRUE(WaitFor([&] { return launcher.Idle() && !Alive(child); }));
+    EXPECT_TRUE(WaitFor([&] { return launcher.Idle() && !Alive(child); }))
+        << "child or launcher still running";
 
     // Output that has ended while the producer goes on: it runs until it has gone.
     Write(root / L"output.bin", "quiet\n");
     run("quiet");
-    ASSERT_TRUE(WaitFor([&] { return launcher.Last() == L"quiet"; }));
+    ASSERT_TRUE(WaitFor([&] { return launcher.Last() == L"quiet"; })) << pane();
     ASSERT_TRUE(launcher.Settle());
     EXPECT_TRUE(launcher.Running()) << "the exit waits for the process, not only for the end of its output";
     ASSERT_TRUE(launcher.Press(StopProducer));
-    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
 
     // The pane takes what fits under its limit and then no more: the line is cut, not dropped.
     Write(root / L"output.bin", std::string(40000, 'x'));
     run("exit");
-    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
-    std::wstring pane = Text(launcher.Item(StatusLog));
-    EXPECT_EQ(pane.size(), 30000u);
-    EXPECT_EQ(pane.back(), L'x');
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
+    std::wstring full = Text(launcher.Item(StatusLog));
+    EXPECT_EQ(full.size(), 30000u);
+    EXPECT_EQ(full.back(), L'x');
 
     // The pane takes no more lines, so the producer's record tells when it runs.
     fs::remove(root / L"output.bin");
