@@ -18,6 +18,8 @@ TEST(Rules, ParentAndAppendKeepTheRootWhole) {
         {L"C:\\tools\\\\", L"C:\\tools"},
         {L"C:\\", L"C:\\"},
         {L"\\\\server\\share\\launcher.exe", L"\\\\server\\share"},
+        {L"\\\\?\\C:\\launcher.exe", L"\\\\?\\C:\\"},
+        {L"C:launcher.exe", L"C:"},
         {L"launcher.exe", L""},
         {L"", L""},
     };
@@ -48,6 +50,9 @@ TEST(Rules, CodesReadAsHexOrDecimalWithTheSystemText) {
     for (auto [code, hr] : converted) {
         EXPECT_EQ(HresultFromWin32(code), static_cast<HRESULT>(hr)) << code;
     }
+    SetLastError(0);
+    EXPECT_EQ(LastErrorAsHresult(ERROR_MOD_NOT_FOUND), static_cast<HRESULT>(0x8007007E))
+        << "a failure stays one";
 }
 
 TEST(Rules, EveryArgumentQuotedAndOnlyQuotesEscaped) {
