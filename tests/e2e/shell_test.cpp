@@ -38,9 +38,6 @@ const struct {
      {L"0: Veloquin" + MARK, L"1: Integrated Webcam", L"2: Integrated Webcam"},
      1},
     {"device VELOQUIN\ndevice my veloquin (2)\n", {L"0: VELOQUIN" + MARK, L"1: my veloquin (2)" + MARK}, 0},
-    {"device USB Webcam\ndevice Front Camera\ndevice My Veloquin\n",
-     {L"0: USB Webcam", L"1: Front Camera", L"2: My Veloquin" + MARK},
-     0},
     {"device |usb#nameless\ndevice \ndevice Windows Virtual Camera\ndevice \xD0\x9A\xD0\xB0\xD0\xBC "
      "\xE3\x82\xAB\n",
      {L"0: (unnamed camera)", L"1: (unnamed camera)", L"2: Windows Virtual Camera",
