@@ -47,8 +47,9 @@ struct Launcher {
     std::wstring Last() const { return Lines(1).at(0); }
     std::vector<std::wstring> Items(int id) const;
     bool Enabled(int id) const { return IsWindowEnabled(Item(id)) != FALSE; }
-    bool Idle() const { return Enabled(StartProducer) && !Enabled(StopProducer); }
-    bool Running() const { return !Enabled(StartProducer) && Enabled(StopProducer); }
+    // The buttons of a producer's two states; Refresh is enabled in both.
+    bool Idle() const { return Enabled(StartProducer) && !Enabled(StopProducer) && Enabled(Refresh); }
+    bool Running() const { return !Enabled(StartProducer) && Enabled(StopProducer) && Enabled(Refresh); }
     bool Close(DWORD* exitCode);
 
   private:
