@@ -1,13 +1,151 @@
 #include "diagnostics/service_log.h"
 
 #include <windows.h>
+#include <aclapi.h>
 #include <knownfolders.h>
+#include <sddl.h>
 #include <shlobj.h>
 
 #include <cwchar>
 #include <vector>
 
 #include "launcher/paths.h"
+
+namespace {
+
+// Full control for SYSTEM and Administrators, read and execute for Users, passed on to everything
+// below; protected, so that the program-data folder's "any user may create here" does not come in.
+constexpr wchar_t OWN_FOLDER_RIGHTS[] = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FRFX;;;BU)";
+
+// SYSTEM, Administrators, TrustedInstaller.
+constexpr const wchar_t* TRUSTED_OWNERS[] = {
+    L"S-1-5-18",
+    L"S-1-5-32-544",
+    L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464",
+};
+
+// Closes the handle when it goes; null means none.
+class ScopedHandle {
+  public:
+    explicit ScopedHandle(HANDLE handle) : handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
+    ~ScopedHandle() {
+        if (handle != nullptr) {
+            CloseHandle(handle);
+        }
+    }
+    ScopedHandle(const ScopedHandle&) = delete;
+    ScopedHandle& operator=(const ScopedHandle&) = delete;
+    HANDLE Get() const { return handle; }
+
+  private:
+    HANDLE handle;
+};
+
+bool IsPlain(DWORD attributes, bool folder) {
+    return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
+           ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) == folder;
+}
+
+// Made locked at once: rights set after creation would leave a moment in which a user could plant a
+// link inside. Without the rights nothing is made, and the line is lost.
+void CreateOwnFolder(const std::wstring& folder) {
+    PSECURITY_DESCRIPTOR rights = nullptr;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(OWN_FOLDER_RIGHTS, SDDL_REVISION_1, &rights,
+                                                              nullptr)) {
+        return;
+    }
+    SECURITY_ATTRIBUTES security = {sizeof(security), rights, FALSE};
+    CreateDirectoryW(LongPathForm(folder).c_str(), &security);
+    LocalFree(rights);
+}
+
+// Null unless the path is a plain folder, read both by path and on a handle that doesn't follow a
+// link. Held without share-delete, the folder can't be renamed or swapped for a link meanwhile.
+HANDLE OpenPlainFolder(const std::wstring& folder) {
+    std::wstring path = LongPathForm(folder);
+    HANDLE handle = CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES | READ_CONTROL,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        return nullptr;
+    }
+    BY_HANDLE_FILE_INFORMATION info = {};
+    if (!GetFileInformationByHandle(handle, &info) || !IsPlain(info.dwFileAttributes, true) ||
+        !IsPlain(GetFileAttributesW(path.c_str()), true)) {
+        CloseHandle(handle);
+        return nullptr;
+    }
+    return handle;
+}
+
+std::vector<BYTE> CurrentUser() {
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) {
+        return {};
+    }
+    DWORD size = 0;
+    GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+    std::vector<BYTE> user(size);
+    if (size == 0 || !GetTokenInformation(token, TokenUser, user.data(), size, &size)) {
+        user.clear();
+    }
+    CloseHandle(token);
+    return user;
+}
+
+// A folder that a standard user made first is theirs to fill with links, whatever it holds now.
+bool HasTrustedOwner(HANDLE folder) {
+    PSID owner = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (GetSecurityInfo(folder, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
+                        &descriptor) != ERROR_SUCCESS) {
+        return false;
+    }
+    std::vector<BYTE> user = CurrentUser();
+    bool trusted =
+        IsTrustedOwner(owner, user.empty() ? nullptr : reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid);
+    LocalFree(descriptor);
+    return trusted;
+}
+
+// The log itself, never what a link names: a plain file known by this one name.
+HANDLE OpenLogFile(const std::wstring& path) {
+    HANDLE file = CreateFileW(LongPathForm(path).c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return nullptr;
+    }
+    BY_HANDLE_FILE_INFORMATION info = {};
+    if (!GetFileInformationByHandle(file, &info) || !IsPlain(info.dwFileAttributes, false) ||
+        info.nNumberOfLinks != 1) {
+        CloseHandle(file);
+        return nullptr;
+    }
+    return file;
+}
+
+} // namespace
+
+bool IsTrustedOwner(PSID owner, PSID user) {
+    if (owner == nullptr || !IsValidSid(owner)) {
+        return false;
+    }
+    if (user != nullptr && EqualSid(owner, user)) {
+        return true;
+    }
+    for (const wchar_t* text : TRUSTED_OWNERS) {
+        PSID trusted = nullptr;
+        if (ConvertStringSidToSidW(text, &trusted)) {
+            bool same = EqualSid(owner, trusted) != FALSE;
+            LocalFree(trusted);
+            if (same) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
 
 static std::wstring TempFolder() {
     wchar_t buffer[MAX_PATH + 1] = {};
@@ -73,12 +211,22 @@ void AppendServiceLog(const std::wstring& text) {
     if (path.empty()) {
         return;
     }
-    CreateFolderTree(ParentPath(path));
-
-    HANDLE file =
-        CreateFileW(LongPathForm(path).c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
+    std::wstring logFolder = ParentPath(path), ownFolder = ParentPath(logFolder);
+    // Above the own folder everything belongs to the system; from it down each folder is checked, and
+    // held, before anything is made in it.
+    CreateFolderTree(ParentPath(ownFolder));
+    CreateOwnFolder(ownFolder);
+    ScopedHandle own(OpenPlainFolder(ownFolder));
+    if (own.Get() == nullptr || !HasTrustedOwner(own.Get())) {
+        return;
+    }
+    CreateDirectoryW(LongPathForm(logFolder).c_str(), nullptr);
+    ScopedHandle logs(OpenPlainFolder(logFolder));
+    if (logs.Get() == nullptr) {
+        return;
+    }
+    ScopedHandle file(OpenLogFile(path));
+    if (file.Get() == nullptr) {
         return;
     }
     SYSTEMTIME now = {};
@@ -99,6 +247,5 @@ void AppendServiceLog(const std::wstring& text) {
     std::string bytes = ToUtf8(line);
     DWORD written = 0;
     // One write, so that the line lands whole at the end even with other writers appending.
-    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-    CloseHandle(file);
+    WriteFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
 }

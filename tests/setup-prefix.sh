@@ -2,6 +2,8 @@
 # Makes the tests' own Wine prefix (once), puts the stand-in for the Media Foundation pieces that Wine
 # lacks into its system32 under both names, and maps drive V: to a folder that stands for a drive's root.
 set -euo pipefail
+# The server creates the files under its own umask; with 0 the rights that Windows code asks for show.
+umask 0
 build=$1
 : "${WINEPREFIX:?set WINEPREFIX to the prefix of the tests}"
 export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="

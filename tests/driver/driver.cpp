@@ -160,6 +160,27 @@ std::vector<std::wstring> FileLines(const fs::path& file) {
     return lines;
 }
 
+bool RunUnix(const std::wstring& commandLine, const std::function<bool()>& done) {
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process = {};
+    std::wstring line = L"Z:\\bin\\" + commandLine;
+    BOOL started = CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                                  &startup, &process);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return started && WaitFor(done);
+}
+
+std::wstring UnixPath(const fs::path& path) {
+    auto unixName = reinterpret_cast<char*(CDECL*)(const wchar_t*)>(reinterpret_cast<void (*)()>(
+        GetProcAddress(GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
+    char* name = unixName != nullptr ? unixName(path.c_str()) : nullptr;
+    std::wstring quoted = L"\"" + Wide(name != nullptr ? name : "") + L"\"";
+    HeapFree(GetProcessHeap(), 0, name);
+    return quoted;
+}
+
 std::wstring Code(HRESULT hr) {
     wchar_t number[16] = {}, message[1024] = {};
     swprintf(number, 16, L"0x%08X", static_cast<unsigned>(hr));

@@ -74,9 +74,12 @@ static std::vector<std::wstring> LogTexts() {
 // What one press adds: pane lines, service log texts and calls to the virtual camera API.
 using Outcome = std::array<std::vector<std::wstring>, 3>;
 
-static Outcome Act(const Launcher& launcher, int button, const fs::path& journal) {
+static Outcome Act(
+    const Launcher& launcher, int button, const fs::path& journal,
+    const std::function<bool()>& plant = [] { return true; }) {
     fs::remove(journal);
     fs::remove(LOG);
+    EXPECT_TRUE(plant());
     std::vector<std::wstring> lines = launcher.Lines();
     EXPECT_TRUE(launcher.Press(button) && launcher.Settle());
     std::vector<std::wstring> after = launcher.Lines();
@@ -193,6 +196,41 @@ TEST(Registration, RegisterRetryAndUnregister) {
         (Outcome{{{REMOVING, L"  remove device failed: " + Code(0x800706BA), UNREGISTERED, COMPLETE, found0},
                   {},
                   {FOR_REMOVE + L"0x00000000", L"Remove -> 0x800706BA", L"Released"}}}));
+
+    // What a standard user could plant in the program-data folder: no line goes through it, the pane
+    // shows what it always does, and once the plant is gone lines are written again.
+    const fs::path elsewhere = root / L"elsewhere", victim = root / L"victim.txt";
+    Write(script, "MFCreateVirtualCamera 0x80004005\n");
+    const Outcome failed = {
+        {{REGISTERING, L"Register FAILED: " + Code(E_FAIL), L"  detail: MFCreateVirtualCamera", found0},
+         {L"MFCreateVirtualCamera failed: " + Code(E_FAIL)},
+         {FOR_REGISTER + L"0x80004005"}}};
+    Outcome lost = failed;
+    lost[1].clear();
+    fs::create_directory(elsewhere);
+    for (const fs::path& folder : {LOG.parent_path().parent_path(), LOG.parent_path()}) {
+        auto at = [&](DWORD attributes) {
+            return [&, attributes] { return GetFileAttributesW(folder.c_str()) == attributes; };
+        };
+        fs::remove_all(folder);
+        EXPECT_EQ(Act(launcher, Register, journal,
+                      [&] {
+                          return RunUnix(L"ln -s " + UnixPath(elsewhere) + L" " + UnixPath(folder),
+                                         at(0x410));
+                      }),
+                  lost);
+        EXPECT_TRUE(fs::is_empty(elsewhere)) << "written through a folder link at " << folder;
+        EXPECT_EQ(Act(launcher, Register, journal,
+                      [&] { return RunUnix(L"rm " + UnixPath(folder), at(INVALID_FILE_ATTRIBUTES)); }),
+                  failed);
+    }
+    Write(victim, "not the log\n");
+    lost[1] = {L"(no time stamp) not the log"};
+    EXPECT_EQ(Act(launcher, Register, journal,
+                  [&] { return CreateHardLinkW(LOG.c_str(), victim.c_str(), nullptr) != FALSE; }),
+              lost)
+        << "written through a hard link";
+    EXPECT_EQ(Act(launcher, Register, journal), failed);
 
     std::vector<std::wstring> loads = FileLines(root / L"loads.txt");
     EXPECT_NE(std::find(loads.begin(), loads.end(), SYSTEM_API.wstring()), loads.end());

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <aclapi.h>
+#include <sddl.h>
+
 #include <regex>
 
 #include "diagnostics/service_log.h"
@@ -7,10 +10,39 @@
 
 namespace fs = std::filesystem;
 
-TEST(ServiceLog, StampedUtf8LinesAndLostOnesDisturbNothing) {
-    const fs::path log = L"C:\\ProgramData\\Veloquin\\Logs\\vcam-service.log";
-    fs::remove_all(L"C:\\ProgramData\\Veloquin");
-    fs::create_directories(L"C:\\ProgramData\\Veloquin");
+// Whether anyone but SYSTEM, the administrators and the owner may write in the folder.
+static bool OthersMayWrite(const fs::path& folder) {
+    PSID owner = nullptr;
+    PACL dacl = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    GetNamedSecurityInfoW(folder.c_str(), SE_FILE_OBJECT,
+                          OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &owner, nullptr, &dacl,
+                          nullptr, &descriptor);
+    bool others = dacl == nullptr; // a null DACL lets everyone in
+    ACCESS_ALLOWED_ACE* ace = nullptr;
+    for (DWORD i = 0; dacl != nullptr && GetAce(dacl, i, reinterpret_cast<void**>(&ace)); ++i) {
+        PSID sid = &ace->SidStart;
+        others |=
+            (ace->Mask & (FILE_ADD_FILE | FILE_ADD_SUBDIRECTORY | WRITE_DAC | GENERIC_WRITE | GENERIC_ALL)) &&
+            !EqualSid(sid, owner) && !IsWellKnownSid(sid, WinLocalSystemSid) &&
+            !IsWellKnownSid(sid, WinBuiltinAdministratorsSid);
+    }
+    LocalFree(descriptor);
+    return others;
+}
+
+TEST(ServiceLog, StampedUtf8LinesInAFolderOfItsOwn) {
+    const fs::path own = L"C:\\ProgramData\\Veloquin", log = own / L"Logs\\vcam-service.log",
+                   inherited = L"C:\\ProgramData\\inherited";
+    fs::remove_all(own);
+    AppendServiceLog(L"made");
+    fs::create_directory(inherited);
+    EXPECT_TRUE(OthersMayWrite(inherited))
+        << "start the wineserver under umask 0, or rights can't be told apart";
+    EXPECT_FALSE(OthersMayWrite(own));
+    fs::remove(inherited);
+
+    fs::remove_all(log.parent_path());
     driver::Write(log.parent_path(), "a file where the folder belongs");
     AppendServiceLog(L"lost");
     fs::remove(log.parent_path());
@@ -27,22 +59,26 @@ TEST(ServiceLog, StampedUtf8LinesAndLostOnesDisturbNothing) {
               "two\r\nlines\r\n");
 }
 
-TEST(ServiceLog, FallsBackToTheVariableThenTheTempFolder) {
-    const fs::path scratch = driver::Scenario(L"service-log");
-    // Without its folder the system can't name the program-data folder.
-    ASSERT_TRUE(MoveFileW(L"C:\\ProgramData", L"C:\\ProgramData.away"));
-    SetEnvironmentVariableW(L"ProgramData", (scratch / L"data").c_str());
-    AppendServiceLog(L"under the variable");
-    SetEnvironmentVariableW(L"ProgramData", nullptr);
-    SetEnvironmentVariableW(L"TMP", scratch.c_str());
-    SetEnvironmentVariableW(L"TEMP", scratch.c_str());
-    AppendServiceLog(L"under temp");
-    MoveFileW(L"C:\\ProgramData.away", L"C:\\ProgramData");
-    SetEnvironmentVariableW(L"ProgramData", L"C:\\ProgramData");
-    for (auto [folder, text] :
-         {std::pair{scratch / L"data", L"under the variable"}, {scratch, L"under temp"}}) {
-        auto lines = driver::FileLines(folder / L"Veloquin\\Logs\\vcam-service.log");
-        ASSERT_EQ(lines.size(), 1u) << folder;
-        EXPECT_EQ(lines[0].substr(20), text);
+// Owners whom a standard user can't stand in for, the launcher's own user among them, and near misses.
+TEST(ServiceLog, TrustsOnlyOwnersAStandardUserCantBe) {
+    const wchar_t* const TRUSTED_INSTALLER =
+        L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+    const std::pair<std::wstring, bool> owners[] = {
+        {L"SY", true},
+        {L"BA", true},
+        {TRUSTED_INSTALLER, true},
+        {L"S-1-5-21-1-2-3-1001", true},
+        {L"S-1-5-21-1-2-3-1002", false},
+        {L"BU", false},
+        {L"WD", false},
+        {std::wstring(TRUSTED_INSTALLER).replace(61, 1, L"5"), false}};
+    PSID user = nullptr, owner = nullptr;
+    ConvertStringSidToSidW(L"S-1-5-21-1-2-3-1001", &user);
+    for (auto [text, trusted] : owners) {
+        ASSERT_TRUE(ConvertStringSidToSidW(text.c_str(), &owner));
+        EXPECT_EQ(IsTrustedOwner(owner, user), trusted) << driver::Utf8(text);
+        LocalFree(owner);
     }
+    EXPECT_FALSE(IsTrustedOwner(user, nullptr)) << "a user no longer the launcher's";
+    LocalFree(user);
 }
