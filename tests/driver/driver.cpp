@@ -43,15 +43,29 @@ Launcher::~Launcher() {
     }
 }
 
-bool Launcher::Start(const fs::path& folder) {
+bool Launcher::Start(const fs::path& folder, bool limited) {
     fs::path exe = folder / L"veloquin_launcher.exe";
     fs::remove(exe); // rather than overwrite: MinGW's copy_file takes every file of a drive for the same
     fs::copy_file(BinFolder() / exe.filename(), exe);
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     std::wstring commandLine = L"\"" + exe.wstring() + L"\"";
-    if (!CreateProcessW(exe.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                        &startup, &process)) {
+    HANDLE token = nullptr, primary = nullptr;
+    TOKEN_LINKED_TOKEN linked = {};
+    DWORD size = 0;
+    // An elevated token's linked one is that of a start without elevation; Wine hands it out too.
+    if (limited && OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) &&
+        GetTokenInformation(token, TokenLinkedToken, &linked, sizeof(linked), &size)) {
+        DuplicateTokenEx(linked.LinkedToken, TOKEN_ALL_ACCESS, nullptr, SecurityImpersonation, TokenPrimary,
+                         &primary);
+    }
+    // Without a token the launcher gets this process's own.
+    BOOL started = CreateProcessAsUserW(primary, exe.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0,
+                                        nullptr, nullptr, &startup, &process);
+    for (HANDLE handle : {token, linked.LinkedToken, primary}) {
+        CloseHandle(handle);
+    }
+    if (!started) {
         return false;
     }
     // Shown only once its creation, and with it the first refresh's post, is over.

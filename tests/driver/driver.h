@@ -34,13 +34,14 @@ struct Launcher {
 
     // Copies the launcher into the folder and starts it with this process's environment and current
     // folder, which is not the launcher's; returns once its window is shown and its first lines are in.
-    bool Start(const fs::path& folder);
+    // `limited`: with the token of a start without elevation.
+    bool Start(const fs::path& folder, bool limited = false);
     HWND Item(int id) const { return GetDlgItem(window, id); }
     // These three return once the launcher has handled the message.
     bool Press(int id) const { return Handled(Item(id), BM_CLICK, 0); }
     bool Command(WPARAM wParam) const { return Handled(window, WM_COMMAND, wParam); }
     LRESULT Ask(int id, UINT message, WPARAM wParam = 0) const { return Send(Item(id), message, wParam); }
-    // Returns once everything already in the launcher's queue has been handled.
+    // Returns once everything already in the launcher's queue has been handled; false if the window went.
     bool Settle() const;
     // The status pane cut at CR LF; its last lines only, if asked.
     std::vector<std::wstring> Lines(size_t last = SIZE_MAX) const;

@@ -34,6 +34,9 @@ TEST(Producer, StartStopAndClose) {
     SetEnvironmentVariableW(L"VQTEST_PID", std::to_wstring(GetCurrentProcessId()).c_str());
     Launcher launcher;
     ASSERT_TRUE(launcher.Start(drive));
+    EXPECT_EQ(launcher.Lines(), (std::vector<std::wstring>{L"Veloquin launcher ready. Folder: V:\\",
+                                                           L"Found 3 camera device(s)."}))
+        << "elevated: no warning";
     auto pane = [&] { return Utf8(Text(launcher.Item(StatusLog))); };
     auto run = [&](const char* mode) {
         fs::remove(root / L"producer.txt");
