@@ -19,6 +19,13 @@ static void InitCommonControlsFromSystem() {
     }
 }
 
+// A multi-line edit that the dialog manager has queried turns Esc into WM_CLOSE for its parent, a
+// habit kept since Windows 2.0. The pane is a read-only log: Esc there would end the producer unasked.
+static bool IsEscapeForStatusPane(const MSG& message) {
+    return message.hwnd != nullptr && message.hwnd == g_launcher.statusPane &&
+           (message.message == WM_KEYDOWN || message.message == WM_KEYUP) && message.wParam == VK_ESCAPE;
+}
+
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int showCommand) {
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
 
@@ -51,6 +58,9 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int showCommand) {
 
     MSG message = {};
     while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+        if (IsEscapeForStatusPane(message)) {
+            continue;
+        }
         if (!IsDialogMessageW(window, &message)) {
             TranslateMessage(&message);
             DispatchMessageW(&message);
