@@ -102,11 +102,22 @@ void OnStartProducerCommand() {
     PROCESS_INFORMATION process = {};
     std::vector<wchar_t> writable(commandLine.c_str(), commandLine.c_str() + commandLine.size() + 1);
     const wchar_t* folder = g_launcher.launcherFolder.empty() ? nullptr : g_launcher.launcherFolder.c_str();
-    BOOL created = CreateProcessW(nullptr, writable.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
-                                  folder, &startup, &process);
+    // Suspended until it is in the job, so that nothing it starts in its first instructions escapes.
+    BOOL created = CreateProcessW(nullptr, writable.data(), nullptr, nullptr, TRUE,
+                                  CREATE_NO_WINDOW | CREATE_SUSPENDED, nullptr, folder, &startup, &process);
     DWORD createError = created ? ERROR_SUCCESS : GetLastError();
     // From here only the child holds the write end, so the pipe ends when the child has gone.
     CloseHandle(writeEnd);
+    HANDLE job = created ? CreateProducerJob(process.hProcess) : nullptr;
+    // Without a job it runs all the same; it is never left frozen.
+    if (created && ResumeThread(process.hThread) == static_cast<DWORD>(-1)) {
+        createError = GetLastError();
+        TerminateProcess(process.hProcess, 0);
+        CloseHandle(process.hThread);
+        CloseHandle(process.hProcess);
+        CloseAndClear(job);
+        created = FALSE;
+    }
     if (!created) {
         CloseHandle(readEnd);
         AppendStatusLine(L"ERROR: failed to start producer: " + FormatWin32Error(createError));
@@ -115,7 +126,7 @@ void OnStartProducerCommand() {
     CloseHandle(process.hThread);
     g_launcher.producerProcess = process.hProcess;
     g_launcher.pipeRead = readEnd;
-    g_launcher.producerJob = CreateProducerJob(process.hProcess);
+    g_launcher.producerJob = job;
     g_launcher.discardProducerOutput.store(false);
     g_launcher.producerRunning.exchange(true);
 
