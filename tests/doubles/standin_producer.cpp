@@ -1,5 +1,6 @@
 // Stands in for the producer. Records how the launcher started it in %VQTEST_DIR%\producer.txt, writes
-// the bytes of %VQTEST_DIR%\output.bin to its output, then goes on as the line "producer <mode>" of
+// the bytes of %VQTEST_DIR%\output.bin to its output and the line "stderr <text>" of the script's text
+// to its standard error, then goes on as the line "producer <mode>" of
 // %VQTEST_DIR%\script.txt says: "wait" runs until it is ended, "share" does too after giving the test
 // (process VQTEST_PID) a handle to its output, "quiet" after closing its output, "grandchild" first
 // starts a copy of itself that keeps the pipe open; without the line it ends at once.
@@ -15,10 +16,9 @@ std::wstring Variable(const wchar_t* name) {
     return _wgetenv(name) != nullptr ? _wgetenv(name) : L"";
 }
 
-void Print(const std::string& bytes) {
+void Print(const std::string& bytes, DWORD stream = STD_OUTPUT_HANDLE) {
     DWORD written = 0;
-    WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), bytes.data(), static_cast<DWORD>(bytes.size()), &written,
-              nullptr);
+    WriteFile(GetStdHandle(stream), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
 }
 
 void Record(const std::string& lines) {
@@ -33,15 +33,17 @@ int main() {
         return 0;
     }
     driver::fs::path folder = Variable(L"VQTEST_DIR");
-    std::wstring mode;
+    std::wstring mode, error;
     for (const std::wstring& line : driver::FileLines(folder / L"script.txt")) {
         mode = line.rfind(L"producer ", 0) == 0 ? line.substr(9) : mode;
+        error = line.rfind(L"stderr ", 0) == 0 ? line.substr(7) + L"\n" : error;
     }
     Record("cmdline=" + driver::Utf8(GetCommandLineW()) +
            "\nd3d=" + driver::Utf8(Variable(L"VELOQUIN_CAPTURE_D3D_TEXTURE")) +
            "\ncwd=" + driver::Utf8(driver::fs::current_path().wstring()) +
            "\npid=" + std::to_string(GetCurrentProcessId()) + "\n");
     Print(driver::Read(folder / L"output.bin"));
+    Print(driver::Utf8(error), STD_ERROR_HANDLE);
 
     if (mode == L"grandchild") {
         wchar_t self[MAX_PATH] = {};

@@ -89,7 +89,8 @@ bool Launcher::Settle() const {
     static WORD marker = 0;
     WORD margin = static_cast<WORD>(++marker % 7 + 1);
     return PostMessageW(Item(StatusLog), EM_SETMARGINS, EC_LEFTMARGIN, MAKELONG(margin, 0)) &&
-           WaitFor([&] { return LOWORD(Ask(StatusLog, EM_GETMARGINS)) == margin; });
+           WaitFor([&] { return !IsWindow(window) || LOWORD(Ask(StatusLog, EM_GETMARGINS)) == margin; }) &&
+           IsWindow(window);
 }
 
 std::vector<std::wstring> Launcher::Lines(size_t last) const {
