@@ -13,6 +13,10 @@
 
 namespace {
 
+constexpr wchar_t OWN_FOLDER_NAME[] = L"Veloquin";
+constexpr wchar_t LOG_FOLDER_NAME[] = L"Logs";
+constexpr wchar_t LOG_FILE_NAME[] = L"vcam-service.log";
+
 // Full control for SYSTEM and Administrators, read and execute for Users, passed on to everything
 // below; protected, so that the program-data folder's "any user may create here" does not come in.
 constexpr wchar_t OWN_FOLDER_RIGHTS[] = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FRFX;;;BU)";
@@ -108,11 +112,43 @@ bool HasTrustedOwner(HANDLE folder) {
     return trusted;
 }
 
-// The log itself, never what a link names: a plain file known by this one name.
+// The path by which the system reached an open file or folder, after every link; empty if it won't say.
+std::wstring FinalPath(HANDLE handle) {
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        DWORD length = GetFinalPathNameByHandleW(handle, path.data(), static_cast<DWORD>(path.size()), 0);
+        if (length < path.size()) {
+            path.resize(length);
+            return path;
+        }
+        path.resize(length);
+    }
+}
+
+// Whether the open `child` is the entry `name` of the open `parent` itself, and not what a link led to.
+bool IsEntryOf(HANDLE child, HANDLE parent, const wchar_t* name) {
+    std::wstring parentPath = FinalPath(parent), childPath = FinalPath(child);
+    return !parentPath.empty() &&
+           CompareStringOrdinal(childPath.c_str(), -1, AppendPath(parentPath, name).c_str(), -1, TRUE) ==
+               CSTR_EQUAL;
+}
+
+// The log itself, never what a link names: a plain file known by this one name. It is created only
+// where no name stands yet, so that nothing is ever created through a link, even one leading nowhere.
 HANDLE OpenLogFile(const std::wstring& path) {
-    HANDLE file = CreateFileW(LongPathForm(path).c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
-                              FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    std::wstring target = LongPathForm(path);
+    auto open = [&](DWORD disposition) {
+        return CreateFileW(target.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, disposition,
+                           FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    };
+    HANDLE file = open(OPEN_EXISTING);
+    if (file == INVALID_HANDLE_VALUE && GetLastError() == ERROR_FILE_NOT_FOUND) {
+        file = open(CREATE_NEW);
+        if (file == INVALID_HANDLE_VALUE && GetLastError() == ERROR_FILE_EXISTS) {
+            file = open(OPEN_EXISTING); // another writer made it meanwhile
+        }
+    }
     if (file == INVALID_HANDLE_VALUE) {
         return nullptr;
     }
@@ -188,7 +224,7 @@ std::wstring ServiceLogPath() {
     if (folder.empty()) {
         return std::wstring();
     }
-    return AppendPath(AppendPath(AppendPath(folder, L"Veloquin"), L"Logs"), L"vcam-service.log");
+    return AppendPath(AppendPath(AppendPath(folder, OWN_FOLDER_NAME), LOG_FOLDER_NAME), LOG_FILE_NAME);
 }
 
 // UTF-8 keeps every character of a line; a lone surrogate becomes U+FFFD instead of ending it.
@@ -222,11 +258,11 @@ void AppendServiceLog(const std::wstring& text) {
     }
     CreateDirectoryW(LongPathForm(logFolder).c_str(), nullptr);
     ScopedHandle logs(OpenPlainFolder(logFolder));
-    if (logs.Get() == nullptr) {
+    if (logs.Get() == nullptr || !IsEntryOf(logs.Get(), own.Get(), LOG_FOLDER_NAME)) {
         return;
     }
     ScopedHandle file(OpenLogFile(path));
-    if (file.Get() == nullptr) {
+    if (file.Get() == nullptr || !IsEntryOf(file.Get(), logs.Get(), LOG_FILE_NAME)) {
         return;
     }
     SYSTEMTIME now = {};

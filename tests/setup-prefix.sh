@@ -19,6 +19,9 @@ wine cmd /c exit </dev/null >/dev/null 2>&1
 for name in mf mfsensorgroup; do
     cp "$build/bin/standin_system.dll" "$WINEPREFIX/drive_c/windows/system32/$name.dll"
 done
+# Links that a run stopped half-way may have left planted where the service log goes; from Unix a link
+# is removed as itself, while Wine would follow it.
+rm -rf "$WINEPREFIX/drive_c/ProgramData/Veloquin"
 mkdir -p "$build/drive-v"
 ln -sfn "$build/drive-v" "$WINEPREFIX/dosdevices/v:"
 echo "prefix ready: $WINEPREFIX"

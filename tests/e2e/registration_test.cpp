@@ -226,11 +226,20 @@ TEST(Registration, RegisterRetryAndUnregister) {
     }
     Write(victim, "not the log\n");
     lost[1] = {L"(no time stamp) not the log"};
-    EXPECT_EQ(Act(launcher, Register, journal,
-                  [&] { return CreateHardLinkW(LOG.c_str(), victim.c_str(), nullptr) != FALSE; }),
-              lost)
-        << "written through a hard link";
-    EXPECT_EQ(Act(launcher, Register, journal), failed);
+    // Deleting a link to a file under Wine deletes what it leads to: Unix removes it.
+    const std::pair<std::function<bool()>, std::function<bool()>> filePlants[] = {
+        {[&] { return CreateHardLinkW(LOG.c_str(), victim.c_str(), nullptr) != FALSE; }, [] { return true; }},
+        {[&] {
+             return RunUnix(L"ln -s " + UnixPath(victim) + L" " + UnixPath(LOG),
+                            [&] { return fs::exists(LOG); });
+         },
+         [&] { return RunUnix(L"rm " + UnixPath(LOG), [&] { return !fs::exists(LOG); }); }}};
+    for (const auto& [plant, unplant] : filePlants) {
+        EXPECT_EQ(Act(launcher, Register, journal, plant), lost) << "written through a link to a file";
+        EXPECT_TRUE(unplant());
+        EXPECT_EQ(Act(launcher, Register, journal), failed);
+    }
+    EXPECT_EQ(Read(victim), "not the log\n");
 
     std::vector<std::wstring> loads = FileLines(root / L"loads.txt");
     EXPECT_NE(std::find(loads.begin(), loads.end(), SYSTEM_API.wstring()), loads.end());
