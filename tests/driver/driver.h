@@ -32,9 +32,8 @@ struct Launcher {
     Launcher& operator=(const Launcher&) = delete;
     ~Launcher();
 
-    // Copies the launcher into the folder and starts it with this process's environment and current
-    // folder, which is not the launcher's; returns once its window is shown and its first lines are in.
-    // `limited`: with the token of a start without elevation.
+    // Copies the launcher into the folder and starts it, `limited` without elevation, with this process's
+    // environment and current folder (not the launcher's); returns once its window and first lines are in.
     bool Start(const fs::path& folder, bool limited = false);
     HWND Item(int id) const { return GetDlgItem(window, id); }
     // These three return once the launcher has handled the message.

@@ -35,18 +35,15 @@ TEST(ServiceLog, StampedUtf8LinesInAFolderOfItsOwn) {
     const fs::path own = L"C:\\ProgramData\\Veloquin", log = own / L"Logs\\vcam-service.log",
                    inherited = L"C:\\ProgramData\\inherited";
     fs::remove_all(own);
-    AppendServiceLog(L"made");
+    driver::Write(own, "a file where the folder belongs");
+    AppendServiceLog(L"lost");
+    fs::remove(own);
+    AppendServiceLog(L"first \u2014 \u30ab\u30e1\u30e9");
     fs::create_directory(inherited);
     EXPECT_TRUE(OthersMayWrite(inherited))
         << "start the wineserver under umask 0, or rights can't be told apart";
     EXPECT_FALSE(OthersMayWrite(own));
     fs::remove(inherited);
-
-    fs::remove_all(log.parent_path());
-    driver::Write(log.parent_path(), "a file where the folder belongs");
-    AppendServiceLog(L"lost");
-    fs::remove(log.parent_path());
-    AppendServiceLog(L"first \u2014 \u30ab\u30e1\u30e9");
     HANDLE locked =
         CreateFileW(log.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
     AppendServiceLog(L"locked out");
@@ -61,23 +58,17 @@ TEST(ServiceLog, StampedUtf8LinesInAFolderOfItsOwn) {
 
 // Owners whom a standard user can't stand in for, the launcher's own user among them, and near misses.
 TEST(ServiceLog, TrustsOnlyOwnersAStandardUserCantBe) {
-    const wchar_t* const TRUSTED_INSTALLER =
-        L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
-    const std::pair<std::wstring, bool> owners[] = {
-        {L"SY", true},
-        {L"BA", true},
-        {TRUSTED_INSTALLER, true},
-        {L"S-1-5-21-1-2-3-1001", true},
-        {L"S-1-5-21-1-2-3-1002", false},
-        {L"BU", false},
-        {L"WD", false},
-        {std::wstring(TRUSTED_INSTALLER).replace(61, 1, L"5"), false}};
+    const std::wstring INSTALLER = L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+    const std::vector<std::wstring> trusted = {L"SY", L"BA", INSTALLER, L"S-1-5-21-1-2-3-1001"},
+                                    untrusted = {L"S-1-5-21-1-2-3-1002", L"BU", L"WD", INSTALLER + L"0"};
     PSID user = nullptr, owner = nullptr;
-    ConvertStringSidToSidW(L"S-1-5-21-1-2-3-1001", &user);
-    for (auto [text, trusted] : owners) {
-        ASSERT_TRUE(ConvertStringSidToSidW(text.c_str(), &owner));
-        EXPECT_EQ(IsTrustedOwner(owner, user), trusted) << driver::Utf8(text);
-        LocalFree(owner);
+    ConvertStringSidToSidW(trusted[3].c_str(), &user);
+    for (bool expected : {true, false}) {
+        for (const std::wstring& text : expected ? trusted : untrusted) {
+            ASSERT_TRUE(ConvertStringSidToSidW(text.c_str(), &owner));
+            EXPECT_EQ(IsTrustedOwner(owner, user), expected) << driver::Utf8(text);
+            LocalFree(owner);
+        }
     }
     EXPECT_FALSE(IsTrustedOwner(user, nullptr)) << "a user no longer the launcher's";
     LocalFree(user);
