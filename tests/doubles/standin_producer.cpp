@@ -1,5 +1,5 @@
 // Stands in for the producer. Records how the launcher started it in %VQTEST_DIR%\producer.txt, writes
-// the bytes of %VQTEST_DIR%\output.bin to its output and the line "stderr <text>" of the script's text
+// the bytes of %VQTEST_DIR%\output.bin to its output and the text of the script's line "stderr <text>"
 // to its standard error, then goes on as the line "producer <mode>" of
 // %VQTEST_DIR%\script.txt says: "wait" runs until it is ended, "share" does too after giving the test
 // (process VQTEST_PID) a handle to its output, "quiet" after closing its output, "grandchild" first
