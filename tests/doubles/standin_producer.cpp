@@ -12,9 +12,7 @@
 
 namespace {
 
-std::wstring Variable(const wchar_t* name) {
-    return _wgetenv(name) != nullptr ? _wgetenv(name) : L"";
-}
+using driver::Variable;
 
 void Print(const std::string& bytes, DWORD stream = STD_OUTPUT_HANDLE) {
     DWORD written = 0;

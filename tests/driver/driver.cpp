@@ -83,13 +83,14 @@ bool Launcher::Start(const fs::path& folder, bool limited) {
            Settle();
 }
 
-// Posted messages are handled in order, so once a margin posted now reads back, everything posted
-// before it has been handled too. The margin is a pixel that no test looks at.
+// Posted messages are handled in order, so once a marker posted now reads back, everything posted
+// before it has been handled too. The marker is the scroll width of a list that has no scroll bar.
 bool Launcher::Settle() const {
-    static WORD marker = 0;
-    WORD margin = static_cast<WORD>(++marker % 7 + 1);
-    return PostMessageW(Item(StatusLog), EM_SETMARGINS, EC_LEFTMARGIN, MAKELONG(margin, 0)) &&
-           WaitFor([&] { return !IsWindow(window) || LOWORD(Ask(StatusLog, EM_GETMARGINS)) == margin; }) &&
+    static WPARAM marker = 0;
+    WPARAM extent = ++marker % 7 + 1;
+    return PostMessageW(Item(Provider), CB_SETHORIZONTALEXTENT, extent, 0) && WaitFor([&] {
+               return !IsWindow(window) || WPARAM(Ask(Provider, CB_GETHORIZONTALEXTENT)) == extent;
+           }) &&
            IsWindow(window);
 }
 
@@ -125,6 +126,12 @@ bool Alive(DWORD pid) {
     DWORD waited = process != nullptr ? WaitForSingleObject(process, 0) : WAIT_FAILED;
     CloseHandle(process);
     return waited == WAIT_TIMEOUT;
+}
+
+std::wstring Variable(const wchar_t* name) {
+    std::wstring value(GetEnvironmentVariableW(name, nullptr, 0), L'\0');
+    value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
+    return value;
 }
 
 fs::path BinFolder() {

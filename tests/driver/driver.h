@@ -61,6 +61,8 @@ struct Launcher {
 };
 
 bool Alive(DWORD pid);
+// The variable's value in this process's environment; empty when it has none.
+std::wstring Variable(const wchar_t* name);
 fs::path BinFolder();
 // An empty folder build\scratch\<name>, where the stand-ins read and write (VQTEST_DIR).
 fs::path Scenario(const std::wstring& name);
