@@ -18,3 +18,5 @@
 #define WM_APP_STATUS_LINE (WM_APP + 1)
 // Posted by the output reader as its last act.
 #define WM_APP_PRODUCER_EXITED (WM_APP + 2)
+// Posted by the output reader when output waits and no such wake is pending.
+#define WM_APP_PRODUCER_OUTPUT (WM_APP + 3)

@@ -76,6 +76,9 @@ void CreateControls() {
             AddItems(control, {L"640", L"960", L"1280", L"1920"}, 2);
         } else if (layout.id == IDC_D3D_CAPTURE) {
             SendMessageW(control, BM_SETCHECK, BST_CHECKED, 0);
+        } else if (layout.id == IDC_STATUS_LOG) {
+            // The pane keeps its own capacity; the control's default would refuse text at about 32K.
+            SendMessageW(control, EM_SETLIMITTEXT, 0, 0);
         }
     }
     EnableWindow(GetDlgItem(g_launcher.mainWindow, IDC_START_PRODUCER), TRUE);

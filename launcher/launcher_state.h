@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cameras/camera_picker.h"
+#include "producer/output_pump.h"
 
 struct LauncherState {
     HWND mainWindow = nullptr;
@@ -28,8 +29,11 @@ struct LauncherState {
     // Joinable while not null; joining waits for it and closes it.
     HANDLE readerThread = nullptr;
     std::atomic<bool> producerRunning{false};
-    // Set when the window closes: the reader then stops posting output that nobody will see.
-    std::atomic<bool> discardProducerOutput{false};
+    ProducerOutput producerOutput;
+    // Output waits while the user drags a selection in the pane.
+    bool producerOutputHeld = false;
+    // Lines ended by CR LF in the pane.
+    size_t statusPaneLines = 0;
 };
 
 extern LauncherState g_launcher;

@@ -84,6 +84,9 @@ LRESULT CALLBACK MainWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM
     case WM_APP_STATUS_LINE:
         OnStatusLine(lParam);
         return 0;
+    case WM_APP_PRODUCER_OUTPUT:
+        OnProducerOutput();
+        return 0;
     case WM_APP_PRODUCER_EXITED:
         OnProducerExited();
         return 0;

@@ -1,11 +1,47 @@
-// The status pane: one line per outcome and per line the producer prints.
+// The status pane: one line per outcome and per line the producer prints, kept as a scrollback of the
+// newest lines.
 #pragma once
 
+#include <windows.h>
+
+#include <cstddef>
 #include <string>
+#include <string_view>
+#include <type_traits>
+
+// The pane keeps at most this many characters and lines: about an hour and three quarters of one
+// 80-character line a second. The line bound keeps the control's wrapped lines well under the 65,536
+// that a 16-bit scroll thumb can reach, however short the lines are.
+inline constexpr size_t STATUS_PANE_CAPACITY = 512 * 1024;
+inline constexpr size_t STATUS_PANE_LINE_CAPACITY = 16 * 1024;
 
 // UI thread only. Lost silently while the pane does not exist.
 void AppendStatusLine(const std::wstring& text);
 // Any thread: the line travels through the main window's queue. Lost if the post fails.
 void PostStatusLine(const std::wstring& text);
-// The same, taking over the caller's string instead of copying it.
-void PostStatusLine(std::wstring&& text);
+
+// Adds `line` to `text` as the pane shows it: the control takes a line only up to its first zero
+// character, line end included. One wide character per character, bytes read as Latin-1.
+template <typename Char> void AddPaneLine(std::wstring& text, const Char* line, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        if (line[i] == 0) {
+            return;
+        }
+        text += static_cast<wchar_t>(static_cast<std::make_unsigned_t<Char>>(line[i]));
+    }
+    text += L"\r\n";
+}
+
+// UI thread: adds text made by AddPaneLine at the end, dropping the oldest lines past the capacity.
+// Follows the output while the end is in view and nothing is selected; otherwise the view and the
+// selection stay on their text.
+void AppendStatusText(const std::wstring& text);
+// While the user drags a selection in the pane, new text would turn its anchor.
+bool IsStatusPaneDragged();
+
+// How many characters to take off the front of `pane` followed by `incoming` so that both limits
+// hold: 0 while they do, else whole lines (ended by CR LF), a quarter of a limit at least, so that
+// removal is rare. Only a line longer than that quarter is cut inside.
+size_t StatusPaneCut(std::wstring_view pane, std::wstring_view incoming, size_t capacity,
+                     size_t lineCapacity);
+size_t CountLineEnds(std::wstring_view text);

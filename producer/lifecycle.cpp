@@ -26,7 +26,7 @@ struct ReaderArguments {
 
 DWORD WINAPI ReaderThreadMain(void* parameter) {
     std::unique_ptr<ReaderArguments> arguments(static_cast<ReaderArguments*>(parameter));
-    PumpProducerOutput(arguments->pipeRead, arguments->process, &g_launcher.discardProducerOutput);
+    PumpProducerOutput(arguments->pipeRead, arguments->process);
     return 0;
 }
 
@@ -127,7 +127,12 @@ void OnStartProducerCommand() {
     g_launcher.producerProcess = process.hProcess;
     g_launcher.pipeRead = readEnd;
     g_launcher.producerJob = job;
-    g_launcher.discardProducerOutput.store(false);
+    ProducerOutput& output = g_launcher.producerOutput;
+    output.discard.store(false);
+    if (output.room == nullptr) {
+        // Kept for the launcher's life. Without it the reader never waits for room, as before.
+        output.room = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    }
     g_launcher.producerRunning.exchange(true);
 
     AppendStatusLine(L"Producer started (pid " + std::to_wstring(process.dwProcessId) + L"): provider=" +
@@ -175,7 +180,17 @@ void CleanupProducer() {
     CloseAndClear(g_launcher.producerJob);
 }
 
+void OnProducerOutput() {
+    g_launcher.producerOutputHeld = IsStatusPaneDragged();
+    if (!g_launcher.producerOutputHeld) {
+        AppendStatusText(TakeProducerOutput());
+    }
+}
+
 void OnProducerExited() {
+    // The reader has handed on its last line, and the user's drag can't hold back the end.
+    g_launcher.producerOutputHeld = false;
+    AppendStatusText(TakeProducerOutput());
     g_launcher.producerRunning.exchange(false);
     CleanupProducer();
     SetProducerRunning(false);
@@ -186,7 +201,11 @@ void EndProducerBeforeClose() {
     if (!g_launcher.producerRunning.load() || g_launcher.producerProcess == nullptr) {
         return;
     }
-    g_launcher.discardProducerOutput.store(true);
+    // A reader that waits for room must be woken, or the close would wait for it in vain.
+    g_launcher.producerOutput.discard.store(true);
+    if (g_launcher.producerOutput.room != nullptr) {
+        SetEvent(g_launcher.producerOutput.room);
+    }
     TerminateProducerTree();
     HANDLE thread = g_launcher.readerThread;
     if (thread != nullptr && WaitForSingleObject(thread, READER_CLOSE_WAIT_MS) == WAIT_TIMEOUT) {

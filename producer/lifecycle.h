@@ -5,7 +5,9 @@ void OnStartProducerCommand();
 void OnStopProducerCommand();
 // Joins the reader, then closes the pipe, the process and the job.
 void CleanupProducer();
-// The exit message from the reader: back to idle.
+// The reader's wake: the waiting output into the pane, unless the user drags a selection there.
+void OnProducerOutput();
+// The exit message from the reader: the last output, then back to idle.
 void OnProducerExited();
 // Before the window goes: ends a running producer with everything it started, and joins the reader.
 void EndProducerBeforeClose();

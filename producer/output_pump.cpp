@@ -1,57 +1,106 @@
 #include "producer/output_pump.h"
 
-#include <string>
-
 #include "launcher/control_ids.h"
 #include "launcher/launcher_state.h"
 #include "launcher/status_pane.h"
 
-// One wide character per byte, read as Latin-1: no decoding, and no byte can end or merge a line.
-static void PostBytes(const char* bytes, size_t count) {
-    std::wstring line(count, L'\0');
-    for (size_t i = 0; i < count; ++i) {
-        line[i] = static_cast<wchar_t>(static_cast<unsigned char>(bytes[i]));
+namespace {
+
+struct OutputBatch {
+    SLIST_ENTRY entry; // first, and aligned as the list needs
+    std::wstring text;
+};
+
+void HandOn(ProducerOutput& output, std::wstring&& text) {
+    if (text.empty()) {
+        return;
     }
-    PostStatusLine(std::move(line));
+    size_t size = text.size();
+    OutputBatch* batch = new OutputBatch{{}, std::move(text)};
+    InterlockedPushEntrySList(&output.batches, &batch->entry);
+    output.waiting += size;
+    // A wake that could not be posted is tried again with the next batch, and the exit takes the rest.
+    if (!output.wakePending.exchange(true) &&
+        !PostMessageW(g_launcher.mainWindow, WM_APP_PRODUCER_OUTPUT, 0, 0)) {
+        output.wakePending.store(false);
+    }
+    while (output.room != nullptr && output.waiting.load() > PRODUCER_OUTPUT_BACKLOG &&
+           !output.discard.load()) {
+        WaitForSingleObject(output.room, INFINITE);
+    }
 }
 
-void PumpProducerOutput(HANDLE pipeRead, HANDLE process, const std::atomic<bool>* discard) {
+} // namespace
+
+void PumpProducerOutput(HANDLE pipeRead, HANDLE process) {
+    ProducerOutput& output = g_launcher.producerOutput;
     char chunk[PRODUCER_READ_CHUNK];
     std::string pending;
     pending.reserve(PRODUCER_LINE_LIMIT + PRODUCER_READ_CHUNK);
     for (;;) {
         DWORD count = 0;
-        if (!ReadFile(pipeRead, chunk, sizeof(chunk), &count, nullptr) || count == 0) {
-            break;
-        }
-        if (discard != nullptr && discard->load()) {
-            pending.clear();
+        if (!ReadFile(pipeRead, chunk, sizeof(chunk), &count, nullptr) || count == 0 ||
+            output.discard.load()) {
             break;
         }
         pending.append(chunk, count);
+        std::wstring lines;
         size_t start = 0;
         for (size_t feed = pending.find('\n'); feed != std::string::npos; feed = pending.find('\n', start)) {
             size_t end = feed;
             if (end > start && pending[end - 1] == '\r') {
                 --end;
             }
-            PostBytes(pending.data() + start, end - start);
+            AddPaneLine(lines, pending.data() + start, end - start);
             start = feed + 1;
         }
-        while (pending.size() - start >= PRODUCER_LINE_LIMIT) {
-            PostBytes(pending.data() + start, PRODUCER_LINE_LIMIT);
-            start += PRODUCER_LINE_LIMIT;
+        for (; pending.size() - start >= PRODUCER_LINE_LIMIT; start += PRODUCER_LINE_LIMIT) {
+            AddPaneLine(lines, pending.data() + start, PRODUCER_LINE_LIMIT);
         }
         pending.erase(0, start);
+        HandOn(output, std::move(lines));
+    }
+    if (output.discard.load()) {
+        return; // the window is closing: nobody will see more
     }
     if (!pending.empty()) {
-        PostBytes(pending.data(), pending.size());
+        std::wstring rest;
+        AddPaneLine(rest, pending.data(), pending.size());
+        HandOn(output, std::move(rest));
     }
     WaitForSingleObject(process, INFINITE);
-    // Windows refuses posts to a queue that is full after a flood. Lines may be lost that way, but
-    // the exit may not: the launcher would go on showing a producer that is gone.
+    // Windows refuses posts to a full queue; lines can wait, but the exit may not be lost: the
+    // launcher would go on showing a producer that is gone.
     while (!PostMessageW(g_launcher.mainWindow, WM_APP_PRODUCER_EXITED, 0, 0) &&
-           GetLastError() == ERROR_NOT_ENOUGH_QUOTA && !(discard != nullptr && discard->load())) {
+           GetLastError() == ERROR_NOT_ENOUGH_QUOTA && !output.discard.load()) {
         Sleep(10);
     }
+}
+
+std::wstring TakeProducerOutput() {
+    ProducerOutput& output = g_launcher.producerOutput;
+    output.wakePending.store(false);
+    SLIST_ENTRY* oldest = nullptr;
+    for (SLIST_ENTRY* entry = InterlockedFlushSList(&output.batches); entry != nullptr;) {
+        SLIST_ENTRY* older = entry->Next;
+        entry->Next = oldest;
+        oldest = entry;
+        entry = older;
+    }
+    std::wstring text;
+    while (oldest != nullptr) {
+        OutputBatch* batch = CONTAINING_RECORD(oldest, OutputBatch, entry);
+        oldest = oldest->Next;
+        if (text.empty()) {
+            text = std::move(batch->text);
+        } else {
+            text += batch->text;
+        }
+        delete batch;
+    }
+    output.waiting -= text.size();
+    if (output.room != nullptr) {
+        SetEvent(output.room);
+    }
+    return text;
 }

@@ -1,17 +1,37 @@
-// The reader thread's body: the producer's output pipe cut into status lines.
+// The reader thread's body: the producer's output pipe cut into lines for the status pane, handed to
+// the UI thread in batches.
 #pragma once
 
 #include <windows.h>
 
 #include <atomic>
 #include <cstddef>
+#include <string>
 
 inline constexpr size_t PRODUCER_READ_CHUNK = 4096;
 // A producer that never ends a line must not make the launcher grow without end: past this many
 // bytes the pending text goes out as a line of its own.
 inline constexpr size_t PRODUCER_LINE_LIMIT = 65536;
+// Past this many characters waiting for the UI thread the reader stops reading, and the producer
+// waits on its full pipe as it would on a terminal: nothing is dropped, and memory stays bounded.
+inline constexpr size_t PRODUCER_OUTPUT_BACKLOG = 256 * 1024;
 
-// Posts one status line per LF-terminated line (one trailing CR removed), then the unterminated rest,
-// then waits for the process and posts WM_APP_PRODUCER_EXITED. Closes neither handle. Once `discard`
-// is set, what is still in the pipe is left unread: nobody will see it.
-void PumpProducerOutput(HANDLE pipeRead, HANDLE process, const std::atomic<bool>* discard = nullptr);
+// Text on its way from the reader to the UI thread, without a lock: the reader pushes one batch per
+// read and wakes the UI thread with WM_APP_PRODUCER_OUTPUT unless a wake is pending; the UI thread
+// takes all batches at once.
+struct ProducerOutput {
+    SLIST_HEADER batches = {}; // newest first
+    std::atomic<size_t> waiting{0};
+    std::atomic<bool> wakePending{false};
+    // Set once the window closes: the reader then stops reading and posts nothing more.
+    std::atomic<bool> discard{false};
+    // Auto-reset; set when the UI thread has taken text, or when the reader must stop waiting.
+    HANDLE room = nullptr;
+};
+
+// Hands on one batch of pane text per read (each LF-terminated line with one trailing CR removed;
+// the unterminated rest at the end), then waits for the process and posts WM_APP_PRODUCER_EXITED.
+// Closes neither handle.
+void PumpProducerOutput(HANDLE pipeRead, HANDLE process);
+// UI thread: everything waiting, oldest first, and room for the reader.
+std::wstring TakeProducerOutput();

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
+#include <thread>
 
+#include "launcher/status_pane.h"
+#include "producer/output_pump.h"
 #include "tests/driver/driver.h"
 
 using namespace driver;
@@ -32,7 +36,8 @@ TEST(Producer, StartStopAndClose) {
     const std::string cameras = "device Veloquin\ndevice USB Webcam\ndevice Front Camera\n";
     Write(root / L"script.txt", cameras);
     SetEnvironmentVariableW(L"VQTEST_PID", std::to_wstring(GetCurrentProcessId()).c_str());
-    Launcher launcher;
+    Launcher launcher, holder;
+    const Launcher* starter = &launcher;
     ASSERT_TRUE(launcher.Start(drive));
     EXPECT_EQ(launcher.Lines(), (std::vector<std::wstring>{L"Veloquin launcher ready. Folder: V:\\",
                                                            L"Found 3 camera device(s)."}))
@@ -41,7 +46,7 @@ TEST(Producer, StartStopAndClose) {
     auto run = [&](const char* mode) {
         fs::remove(root / L"producer.txt");
         Write(root / L"script.txt", cameras + "producer " + mode + "\n");
-        EXPECT_TRUE(launcher.Press(StartProducer));
+        EXPECT_TRUE(starter->Press(StartProducer));
     };
 
     run("exit");
@@ -144,23 +149,121 @@ TEST(Producer, StartStopAndClose) {
     ASSERT_TRUE(launcher.Press(StopProducer));
     ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
 
-    // The pane takes what fits under its limit and then no more: the line is cut, not dropped.
-    Write(root / L"output.bin", std::string(40000, 'x'));
+    // More than the pane holds, in bursts, and lines of carriage returns alone: the pane keeps the
+    // newest whole lines in order, within its capacity, and the end still shows.
+    std::string bursts;
+    int count = 0;
+    for (; bursts.size() < STATUS_PANE_CAPACITY * 3 / 2; ++count) {
+        bursts += "burst " + std::to_string(count) + std::string(64, '.') + "\n";
+    }
+    Write(root / L"output.bin", bursts + std::string(70000, '\r') + "\nlast\n");
     run("exit");
-    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
-    std::wstring full = Text(launcher.Item(StatusLog));
-    EXPECT_EQ(full.size(), 30000u);
-    EXPECT_EQ(full.back(), L'x');
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running";
+    EXPECT_LE(Text(launcher.Item(StatusLog)).size(), STATUS_PANE_CAPACITY);
+    std::vector<std::wstring> lines = launcher.Lines();
+    EXPECT_EQ(std::vector<std::wstring>(lines.end() - 4, lines.end()),
+              (std::vector<std::wstring>{std::wstring(65536, L'\r'), std::wstring(4463, L'\r'), L"last",
+                                         L"Producer stopped."}));
+    auto burst =
+        std::find_if(lines.begin(), lines.end(), [](auto& line) { return line.rfind(L"burst ", 0) == 0; });
+    int number = burst != lines.end() ? std::stoi(burst->substr(6)) : count, wrong = 0;
+    for (; burst != lines.end() - 4; ++burst, ++number) {
+        wrong += *burst != L"burst " + std::to_wstring(number) + std::wstring(64, L'.');
+    }
+    EXPECT_EQ(std::make_pair(wrong, number), std::make_pair(0, count)) << "whole, in order, up to the last";
 
-    // The pane takes no more lines, so the producer's record tells when it runs. Closing while the test
-    // still holds the pipe, out of reach of the job, ends all the same.
+    // Reading while lines come: a selection and a scrolled-back view stay on their text, a selection
+    // whose text went moves to the top, and back at the end the pane follows again.
     fs::remove(root / L"output.bin");
     run("share");
     ASSERT_TRUE(WaitFor([&] { return Recorded(root, L"shared") != L"(not recorded)"; }));
     pid = std::stoul(Recorded(root, L"pid"));
+    shared = reinterpret_cast<HANDLE>(std::stoull(Recorded(root, L"shared")));
+    // Lines that the test writes into the producer's pipe itself, until the last is in the pane.
+    auto print = [&](const std::string& word, size_t count, size_t dots = 0, bool shown = true) {
+        std::string bytes, line;
+        for (size_t i = 0; i < count; ++i) {
+            line = word + std::to_string(i) + std::string(dots, '.');
+            bytes += line + "\n";
+        }
+        return WriteFile(shared, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) &&
+               (!shown || WaitFor([&] { return launcher.Last() == Wide(line); }));
+    };
+    HWND log = launcher.Item(StatusLog);
+    auto view = [&] {
+        DWORD start = 0, end = 0;
+        Send(log, EM_GETSEL, reinterpret_cast<WPARAM>(&start), reinterpret_cast<LPARAM>(&end));
+        std::wstring text = Text(log);
+        size_t first = static_cast<size_t>(Send(log, EM_LINEINDEX, Send(log, EM_GETFIRSTVISIBLELINE)));
+        return std::make_tuple(start, end, text.substr(start, end - start), text.substr(first, 20));
+    };
+    ASSERT_TRUE(print("kept ", 30));
+    std::wstring text = Text(log);
+    // The user selects, then scrolls: selecting scrolls to the caret.
+    auto select = [&](size_t start, size_t end) {
+        Send(log, EM_SETSEL, start, end);
+        Send(log, EM_LINESCROLL, 0,
+             Send(log, EM_LINEFROMCHAR, text.find(L"kept 2")) - Send(log, EM_GETFIRSTVISIBLELINE));
+        return view();
+    };
+    auto before = select(text.find(L"kept 5"), text.find(L"kept 7"));
+    LRESULT row = Send(log, EM_GETFIRSTVISIBLELINE);
+    ASSERT_TRUE(print("more ", 20));
+    EXPECT_EQ(view(), before);
+    EXPECT_EQ(Send(log, EM_GETFIRSTVISIBLELINE), row);
+    before = select(0, 10);
+    ASSERT_TRUE(print("old lines go ", (STATUS_PANE_CAPACITY - text.size()) / 50 + 10, 50));
+    EXPECT_EQ(view(), std::make_tuple(DWORD{0}, DWORD{0}, std::wstring(), std::get<3>(before)))
+        << "the view stays on its text; the selection's text has gone";
+    // While the user drags a selection the output waits, and goes on once the button is up. The write
+    // returns once the reader has read most of it, so its first wake has been posted before the Settle.
+    PostMessageW(log, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(4, 4));
+    ASSERT_TRUE(launcher.Settle());
+    std::wstring last = launcher.Last();
+    ASSERT_TRUE(print("dragged ", 1000, 90, false) && launcher.Settle());
+    EXPECT_EQ(launcher.Last(), last) << "shown while the button was down";
+    PostMessageW(log, WM_LBUTTONUP, 0, MAKELPARAM(4, 4));
+    EXPECT_TRUE(WaitFor([&] { return launcher.Last() == L"dragged 999" + std::wstring(90, L'.'); }));
+    text = Text(log);
+    Send(log, EM_SETSEL, text.size(), text.size());
+    ASSERT_TRUE(print("follow ", 40));
+    EXPECT_LT(Send(log, EM_GETLINECOUNT) - Send(log, EM_GETFIRSTVISIBLELINE), 30) << "the end is in view";
+
+    // Closing while the test still holds the pipe, out of reach of the job, ends all the same.
     DWORD exitCode = 99;
     EXPECT_TRUE(launcher.Close(&exitCode)) << "closing hangs on a pipe held outside the job";
     EXPECT_EQ(exitCode, 0u);
     EXPECT_FALSE(Alive(pid)) << "the producer goes before the window";
-    CloseHandle(reinterpret_cast<HANDLE>(std::stoull(Recorded(root, L"shared"))));
+    CloseHandle(shared);
+
+    // Held back by a drag, a flood fills the reader's room, and the producer waits for the reader:
+    // closing then ends at once.
+    ASSERT_TRUE(holder.Start(drive));
+    starter = &holder;
+    run("share");
+    ASSERT_TRUE(WaitFor([&] { return Recorded(root, L"shared") != L"(not recorded)"; }));
+    pid = std::stoul(Recorded(root, L"pid"));
+    shared = reinterpret_cast<HANDLE>(std::stoull(Recorded(root, L"shared")));
+    PostMessageW(holder.Item(StatusLog), WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(4, 4));
+    EXPECT_TRUE(holder.Settle());
+    std::atomic<size_t> flooded = 0;
+    std::thread flood([&] {
+        std::string lines(4096, 'x');
+        lines.back() = '\n';
+        for (DWORD done = 0; WriteFile(shared, lines.data(), 4096, &done, nullptr); flooded += done) {
+        }
+    });
+    // The first batch posted its wake long before; once that is handled, the pane could show it.
+    EXPECT_TRUE(WaitFor([&] { return flooded > PRODUCER_OUTPUT_BACKLOG / 2; }) && holder.Settle());
+    EXPECT_EQ(holder.Last(), OPEN) << "shown while the button is down";
+    EXPECT_LT(flooded, PRODUCER_OUTPUT_BACKLOG + 65536) << "read on past the room";
+    ULONGLONG closing = GetTickCount64();
+    if (!holder.Close(&exitCode)) {
+        TerminateProcess(holder.process.hProcess, 1); // so that the pipe breaks for the flood to end
+    }
+    EXPECT_LT(GetTickCount64() - closing, 5000u) << "the close gave up on a reader waiting for room";
+    EXPECT_EQ(exitCode, 0u);
+    EXPECT_FALSE(Alive(pid));
+    flood.join();
+    CloseHandle(shared);
 }

@@ -5,6 +5,7 @@
 #include "launcher/control_panel.h"
 #include "launcher/launcher_state.h"
 #include "launcher/paths.h"
+#include "launcher/status_pane.h"
 #include "producer/command_line.h"
 #include "tests/driver/driver.h"
 
@@ -82,4 +83,28 @@ TEST(Rules, EveryControlDrawsWithTheOneFont) {
         EXPECT_EQ(reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)), g_launcher.font);
     }
     DestroyWindow(g_launcher.mainWindow);
+}
+
+// What the pane drops: nothing while both limits hold; else whole oldest lines past a quarter of the
+// limit, into the incoming text if need be; only a line longer than that quarter is cut inside.
+TEST(Rules, ThePaneDropsWholeOldestLinesInGenerousSlices) {
+    const std::wstring LINE = L"0123456\r\n"; // 9 characters
+    const struct {
+        std::wstring pane, incoming;
+        size_t capacity, lineCapacity, cut;
+    } cases[] = {
+        {LINE + LINE, LINE, 27, 3, 0},
+        {LINE + LINE + LINE + LINE, LINE, 40, 100, 18},
+        {LINE + LINE + LINE + LINE + LINE + LINE + LINE + LINE, LINE, 100, 8, 18},
+        {L"a\r\n" + LINE + LINE + LINE, LINE, 36, 100, 12},
+        {L"ab\r\n", L"cdef\r\n" + LINE + LINE, 24, 100, 10},
+        {L"a\r\n" + std::wstring(30, L'x') + L"\r\n", L"b\r\n", 36, 100, 9},
+        {L"ab\r\r\n" + LINE, LINE, 20, 100, 5},
+        {L"ab\r\n", std::wstring(30, L'y'), 20, 100, 14},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(StatusPaneCut(c.pane, c.incoming, c.capacity, c.lineCapacity), c.cut)
+            << Utf8(c.pane + L"|" + c.incoming) << " capacity " << c.capacity;
+    }
+    EXPECT_EQ(CountLineEnds(L"a\r\r\n\n\r\nb\r"), 2u);
 }
