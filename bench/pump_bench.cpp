@@ -1,12 +1,14 @@
-// Figures for the producer's output on its way to the status pane: throughput of the pipe alone, of
-// posting alone and of the real reader thread, latency from the producer's write to the pane, and the
-// real launcher's memory under a flood. Prints figures only.
+// Figures for the producer's output on its way to the status pane of the real launcher: a flood's
+// throughput and memory, and the latency from the producer's write to the pane, into a fresh pane and
+// into a full one; with the raw pipe and one post per line as references. Prints figures only.
+// Started by the launcher as its producer, the same program prints what %VQTEST_DIR%\mode.txt asks.
 #include <windows.h>
 #include <psapi.h>
 
 #include <algorithm>
-#include <cwchar>
 #include <cstdio>
+#include <cstdlib>
+#include <cwchar>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -19,12 +21,12 @@
 
 namespace {
 
-constexpr size_t LINES = 200000;
+constexpr size_t REFERENCE_LINES = 100000;
 constexpr size_t LINE_BYTES = 80;
 constexpr size_t LATENCY_LINES = 1000;
-// Enough to show memory under a flood: the peak against the baseline, and what stays. Wine's edit
-// control works about 4 ms on each line into a full pane, so the launcher drains some 250 lines a second.
-constexpr size_t MEMORY_LINES = 20000;
+constexpr size_t FLOOD_LINES = 1000000;
+// "L", six digits, a blank, the stamp and a line feed, which the pane shows as CR LF.
+constexpr size_t LATENCY_LINE_CHARS = 25;
 
 double Now() {
     LARGE_INTEGER ticks, frequency;
@@ -33,62 +35,65 @@ double Now() {
     return static_cast<double>(ticks.QuadPart) / static_cast<double>(frequency.QuadPart);
 }
 
-std::string Flood(size_t lines) {
-    std::string line(LINE_BYTES - 1, '.'), bytes;
-    line += '\n';
-    bytes.reserve(lines * LINE_BYTES);
-    for (size_t i = 0; i < lines; ++i) {
-        bytes += line;
-    }
-    return bytes;
-}
-
 void WriteAll(HANDLE pipe, const std::string& bytes) {
     DWORD written = 0;
     WriteFile(pipe, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
 }
 
-// What reaches the bench window; with a pane set, each line is appended and timed from the stamp it
-// carries.
+// 80 bytes, numbered from 1.
+std::string FloodLine(size_t number) {
+    char line[LINE_BYTES + 1];
+    std::snprintf(line, sizeof(line), "flood %-73zu\n", number);
+    return line;
+}
+
+// The producer's side: "flood N" prints N lines in 64 KiB writes; "latency N" prints N lines of the
+// same length at 500 a second and then writes down when it wrote each.
+int Produce() {
+    HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
+    std::string mode = driver::Read(driver::fs::path(driver::Variable(L"VQTEST_DIR")) / L"mode.txt");
+    size_t lines = std::strtoul(mode.c_str() + mode.find(' ') + 1, nullptr, 10);
+    if (mode.rfind("flood", 0) == 0) {
+        std::string chunk;
+        for (size_t i = 1; i <= lines; ++i) {
+            chunk += FloodLine(i);
+            if (chunk.size() >= 65536 || i == lines) {
+                WriteAll(out, chunk);
+                chunk.clear();
+            }
+        }
+        return 0;
+    }
+    // The bench reads the pane's length before the first line comes.
+    Sleep(300);
+    std::vector<double> times(lines);
+    double first = Now();
+    for (size_t i = 0; i < lines; ++i) {
+        while (Now() < first + 0.002 * static_cast<double>(i)) {
+            Sleep(0);
+        }
+        char line[LATENCY_LINE_CHARS + 1];
+        times[i] = Now();
+        std::snprintf(line, sizeof(line), "L%06zu %016.7f\n", i, times[i]);
+        WriteAll(out, line);
+    }
+    driver::Write(driver::fs::path(driver::Variable(L"VQTEST_DIR")) / L"times.bin",
+                  std::string(reinterpret_cast<const char*>(times.data()), lines * sizeof(double)));
+    return 0;
+}
+
+// What reaches the bench's own window in the posting reference.
 size_t received = 0;
 bool exited = false;
-std::vector<double> latencies;
 
 LRESULT CALLBACK Receive(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     if (message == WM_APP_STATUS_LINE) {
-        std::unique_ptr<std::wstring> line(reinterpret_cast<std::wstring*>(lParam));
+        delete reinterpret_cast<std::wstring*>(lParam);
         ++received;
-        if (g_launcher.statusPane != nullptr) {
-            AppendStatusLine(*line);
-            latencies.push_back(Now() - _wtof(line->c_str()));
-        }
         return 0;
     }
     exited = exited || message == WM_APP_PRODUCER_EXITED;
     return DefWindowProcW(window, message, wParam, lParam);
-}
-
-// Runs the reader thread over a pipe that `write` fills, until its exit message; gives lines per second.
-template <typename Writer> double Pump(Writer write) {
-    HANDLE readEnd = nullptr, writeEnd = nullptr, ended = CreateEventW(nullptr, TRUE, TRUE, nullptr);
-    CreatePipe(&readEnd, &writeEnd, nullptr, 0);
-    received = 0;
-    exited = false;
-    double start = Now();
-    std::thread reader(PumpProducerOutput, readEnd, ended, nullptr);
-    std::thread writer([&] {
-        write(writeEnd);
-        CloseHandle(writeEnd);
-    });
-    for (MSG message; !exited && GetMessageW(&message, nullptr, 0, 0) > 0;) {
-        DispatchMessageW(&message);
-    }
-    double rate = static_cast<double>(received) / (Now() - start);
-    writer.join();
-    reader.join();
-    CloseHandle(readEnd);
-    CloseHandle(ended);
-    return rate;
 }
 
 double Median(std::vector<double> values) {
@@ -96,9 +101,13 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-void Throughput() {
-    const std::string flood = Flood(LINES);
-    std::vector<double> raw, posting, pump;
+// Lines per second through a pipe alone, and through one posted message per line, as before batching.
+double References() {
+    std::string flood;
+    for (size_t i = 1; i <= REFERENCE_LINES; ++i) {
+        flood += FloodLine(i);
+    }
+    std::vector<double> raw, posting;
     for (int run = 0; run < 3; ++run) {
         HANDLE readEnd = nullptr, writeEnd = nullptr;
         CreatePipe(&readEnd, &writeEnd, nullptr, 0);
@@ -110,7 +119,7 @@ void Throughput() {
         char chunk[PRODUCER_READ_CHUNK];
         for (DWORD count = 0; ReadFile(readEnd, chunk, sizeof(chunk), &count, nullptr) && count > 0;) {
         }
-        raw.push_back(static_cast<double>(LINES) / (Now() - start));
+        raw.push_back(static_cast<double>(REFERENCE_LINES) / (Now() - start));
         writer.join();
         CloseHandle(readEnd);
 
@@ -118,7 +127,7 @@ void Throughput() {
         exited = false;
         start = Now();
         std::thread poster([] {
-            for (size_t i = 0; i < LINES; ++i) {
+            for (size_t i = 0; i < REFERENCE_LINES; ++i) {
                 PostStatusLine(std::wstring(LINE_BYTES - 1, L'.'));
             }
             PostMessageW(g_launcher.mainWindow, WM_APP_PRODUCER_EXITED, 0, 0);
@@ -128,95 +137,125 @@ void Throughput() {
         }
         posting.push_back(static_cast<double>(received) / (Now() - start));
         poster.join();
-
-        pump.push_back(Pump([&](HANDLE pipe) { WriteAll(pipe, flood); }));
     }
-    std::printf("throughput, %zu lines of %zu bytes, median of 3 runs:\n", LINES, LINE_BYTES);
-    std::printf("  raw pipe        %10.0f lines/s\n", Median(raw));
-    std::printf("  posting ceiling %10.0f lines/s\n", Median(posting));
-    std::printf("  pump            %10.0f lines/s (%.0f%% of the posting ceiling)\n", Median(pump),
-                100.0 * Median(pump) / Median(posting));
+    std::printf("references, %zu lines of %zu bytes, median of 3 runs:\n", REFERENCE_LINES, LINE_BYTES);
+    std::printf("  raw pipe                %9.0f lines/s\n", Median(raw));
+    std::printf("  posting ceiling         %9.0f lines/s (one posted message per line)\n", Median(posting));
+    return Median(posting);
 }
 
-// Lines stamped with their write time, one every 2 ms, into a pane of the launcher's style and size.
-void Latency(HWND host) {
-    g_launcher.statusPane =
-        CreateWindowExW(0, L"EDIT", L"", 0x50A00844, 10, 284, 560, 230, host, nullptr, nullptr, nullptr);
-    // Every line is appended, so that each one costs what a real append costs.
-    SendMessageW(g_launcher.statusPane, EM_SETLIMITTEXT, 16 * 1024 * 1024, 0);
-    latencies.clear();
-    Pump([](HANDLE pipe) {
-        double first = Now();
-        for (size_t i = 0; i < LATENCY_LINES; ++i) {
-            while (Now() < first + 0.002 * static_cast<double>(i)) {
-                Sleep(0);
-            }
-            char line[LINE_BYTES + 1];
-            std::snprintf(line, sizeof(line), "%-79.9f\n", Now());
-            WriteAll(pipe, line);
-        }
-    });
-    DestroyWindow(g_launcher.statusPane);
-    g_launcher.statusPane = nullptr;
-    std::sort(latencies.begin(), latencies.end());
-    std::printf("latency, %zu lines at 500 lines/s: median %.2f ms, p99 %.2f ms, worst %.2f ms\n",
-                latencies.size(), 1000 * latencies[latencies.size() / 2],
-                1000 * latencies[latencies.size() * 99 / 100], 1000 * latencies.back());
-}
-
-double MiB(const driver::Launcher& launcher) {
+double PrivateMiB(const driver::Launcher& launcher) {
     PROCESS_MEMORY_COUNTERS counters = {};
     counters.cb = sizeof(counters);
     GetProcessMemoryInfo(launcher.process.hProcess, &counters, sizeof(counters));
     return static_cast<double>(counters.PagefileUsage) / (1024 * 1024);
 }
 
-// The real launcher beside the stand-in producer, which prints a flood and ends.
-void Memory(size_t lines) {
-    driver::fs::path folder = driver::Scenario(L"bench");
-    driver::fs::copy_file(driver::BinFolder() / L"standin_producer.exe",
-                          folder / L"veloquin_windows_retouch_vcam_producer.exe");
-    driver::Write(folder / L"output.bin", Flood(lines));
-    driver::Launcher launcher;
-    if (!launcher.Start(folder)) {
-        std::printf("memory: the launcher did not start\n");
+bool Start(const driver::Launcher& launcher, const std::string& mode) {
+    driver::Write(driver::fs::path(driver::Variable(L"VQTEST_DIR")) / L"mode.txt", mode);
+    return launcher.Press(driver::StartProducer) && driver::WaitFor([&] { return launcher.Running(); });
+}
+
+// A line has reached the pane once the pane's text has grown by its length. Lines that leave the
+// front of the pane meanwhile are told by the newest line number in the text.
+void Latency(const driver::Launcher& launcher, const char* label) {
+    HWND pane = launcher.Item(driver::StatusLog);
+    if (!Start(launcher, "latency " + std::to_string(LATENCY_LINES))) {
+        std::printf("latency %s: the producer did not start\n", label);
         return;
     }
-    double baseline = MiB(launcher), peak = baseline;
-    launcher.Press(driver::StartProducer);
-    double start = Now();
-    driver::WaitFor(
-        [&] {
-            peak = std::max(peak, MiB(launcher));
-            return launcher.Idle();
-        },
-        static_cast<DWORD>(std::min<size_t>(60000 + 20 * lines, INFINITE - 1)));
-    double drained = Now() - start;
+    std::vector<double> arrivals;
+    LRESULT start = driver::Send(pane, WM_GETTEXTLENGTH), last = start;
+    for (bool stopped = false; !stopped && arrivals.size() < LATENCY_LINES; Sleep(1)) {
+        stopped = launcher.Idle();
+        LRESULT length = driver::Send(pane, WM_GETTEXTLENGTH);
+        double seen = Now();
+        if (length < last) {
+            std::wstring text = driver::Text(pane);
+            size_t newest = text.rfind(L"\r\nL");
+            long index =
+                newest == std::wstring::npos ? -1 : std::wcstol(text.c_str() + newest + 3, nullptr, 10);
+            start = static_cast<LRESULT>(newest + 2) - index * static_cast<LRESULT>(LATENCY_LINE_CHARS + 1);
+        }
+        last = length;
+        while (arrivals.size() < LATENCY_LINES &&
+               length - start >= static_cast<LRESULT>((arrivals.size() + 1) * (LATENCY_LINE_CHARS + 1))) {
+            arrivals.push_back(seen);
+        }
+    }
+    std::string written = driver::Read(driver::fs::path(driver::Variable(L"VQTEST_DIR")) / L"times.bin");
+    if (arrivals.size() != LATENCY_LINES || written.size() != LATENCY_LINES * sizeof(double)) {
+        std::printf("latency %s: %zu of %zu lines seen\n", label, arrivals.size(), LATENCY_LINES);
+        return;
+    }
+    std::vector<double> latencies(LATENCY_LINES);
+    for (size_t i = 0; i < LATENCY_LINES; ++i) {
+        latencies[i] = arrivals[i] - reinterpret_cast<const double*>(written.data())[i];
+    }
+    std::sort(latencies.begin(), latencies.end());
+    std::printf("latency %s, %zu lines at 500 lines/s: median %.1f ms, p99 %.1f ms, worst %.1f ms\n", label,
+                LATENCY_LINES, 1000 * latencies[LATENCY_LINES / 2],
+                1000 * latencies[LATENCY_LINES * 99 / 100], 1000 * latencies.back());
+}
+
+void Flood(const driver::Launcher& launcher, double ceiling) {
+    double baseline = PrivateMiB(launcher), peak = baseline, start = Now();
+    if (!Start(launcher, "flood " + std::to_string(FLOOD_LINES))) {
+        std::printf("flood: the producer did not start\n");
+        return;
+    }
+    for (; !launcher.Idle() && Now() - start < 600; Sleep(20)) {
+        peak = std::max(peak, PrivateMiB(launcher));
+    }
+    double elapsed = Now() - start, rate = static_cast<double>(FLOOD_LINES) / elapsed;
+    std::vector<std::wstring> last = launcher.Lines(2);
+    std::wstring expected = driver::Wide(FloodLine(FLOOD_LINES));
+    expected.erase(expected.find_last_not_of(L" \n") + 1);
+    bool whole = last.size() == 2 && last[0].substr(0, last[0].find_last_not_of(L' ') + 1) == expected &&
+                 last[1] == L"Producer stopped.";
     launcher.Settle();
-    std::printf("memory, %zu lines, %s %.0f s: baseline %.1f MiB, peak %.1f MiB, after %.1f MiB\n", lines,
-                launcher.Idle() ? "drained in" : "STILL DRAINING after", drained, baseline, peak,
-                MiB(launcher));
-    DWORD exitCode = 0;
-    launcher.Close(&exitCode);
+    std::printf(
+        "flood, %zu lines of %zu bytes to the pane: %.1f s, %.0f lines/s (%.2f of the posting ceiling)%s\n",
+        FLOOD_LINES, LINE_BYTES, elapsed, rate, rate / ceiling, whole ? "" : ", LAST LINES MISSING");
+    std::printf(
+        "memory during the flood (private bytes): baseline %.1f MiB, peak %.1f MiB (+%.1f), after %.1f "
+        "MiB (+%.1f); the pane holds %zu characters\n",
+        baseline, peak, peak - baseline, PrivateMiB(launcher), PrivateMiB(launcher) - baseline,
+        driver::Text(launcher.Item(driver::StatusLog)).size());
 }
 
 } // namespace
 
 int wmain(int argc, wchar_t** argv) {
-    bool flood = argc == 3 && std::wcscmp(argv[1], L"--flood") == 0;
-    size_t floodLines = flood ? std::wcstoul(argv[2], nullptr, 10) : MEMORY_LINES;
-    if ((argc != 1 && !flood) || floodLines == 0) {
-        std::fputs("usage: pump_bench [--flood LINES]\n", stderr);
+    if (argc > 1 && std::wcscmp(argv[1], L"--camera") == 0) {
+        return Produce();
+    }
+    if (argc != 1) {
+        std::fputs("usage: pump_bench\n", stderr);
         return 2;
     }
+    double whole = Now();
     WNDCLASSW windowClass = {};
     windowClass.lpfnWndProc = Receive;
     windowClass.lpszClassName = L"PumpBench";
     RegisterClassW(&windowClass);
-    g_launcher.mainWindow = CreateWindowExW(0, L"PumpBench", L"pump bench", WS_OVERLAPPEDWINDOW | WS_VISIBLE,
-                                            0, 0, 600, 560, nullptr, nullptr, nullptr, nullptr);
-    Throughput();
-    Latency(g_launcher.mainWindow);
-    Memory(floodLines);
+    g_launcher.mainWindow =
+        CreateWindowExW(0, L"PumpBench", L"pump bench", 0, 0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+    double ceiling = References();
+
+    driver::fs::path folder = driver::Scenario(L"bench");
+    driver::fs::copy_file(driver::BinFolder() / L"pump_bench.exe",
+                          folder / L"veloquin_windows_retouch_vcam_producer.exe");
+    driver::Launcher launcher;
+    if (!launcher.Start(folder)) {
+        std::printf("the launcher did not start\n");
+        return 1;
+    }
+    Latency(launcher, "into a fresh pane");
+    Flood(launcher, ceiling);
+    Latency(launcher, "into a full pane");
+    DWORD exitCode = 0;
+    launcher.Close(&exitCode);
+    std::printf("bench run: %.0f s\n", Now() - whole);
     return 0;
 }
