@@ -13,6 +13,3 @@ void AppendServiceLog(const std::wstring& text);
 std::wstring ServiceLogPath();
 // The known folder, else the "ProgramData" variable, else the temp folder; empty when none answers.
 std::wstring ProgramDataFolder();
-// SYSTEM, Administrators, TrustedInstaller or `user`: the owners of a folder that a standard user
-// can't have made.
-bool IsTrustedOwner(PSID owner, PSID user);

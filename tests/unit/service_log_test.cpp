@@ -5,6 +5,7 @@
 
 #include <regex>
 
+#include "diagnostics/plain_files.h"
 #include "diagnostics/service_log.h"
 #include "tests/driver/driver.h"
 
