@@ -63,12 +63,14 @@ void CreateLockedFolder(const std::wstring& folder, const wchar_t* rights) {
     LocalFree(descriptor);
 }
 
-// Held without share-delete, the folder can't be renamed or swapped for a link meanwhile.
+// Held without share-delete, the folder can't be renamed or swapped for a link meanwhile. Share modes
+// bind only opens that ask for data access or deletion, so the handle asks to list and traverse.
 HANDLE OpenPlainFolder(const std::wstring& folder) {
     std::wstring path = LongPathForm(folder);
-    HANDLE handle = CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES | READ_CONTROL,
-                                FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    HANDLE handle =
+        CreateFileW(path.c_str(), FILE_LIST_DIRECTORY | FILE_TRAVERSE | FILE_READ_ATTRIBUTES | READ_CONTROL,
+                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         return nullptr;
     }

@@ -74,3 +74,21 @@ TEST(ServiceLog, TrustsOnlyOwnersAStandardUserCantBe) {
     EXPECT_FALSE(IsTrustedOwner(user, nullptr)) << "a user no longer the launcher's";
     LocalFree(user);
 }
+
+// A folder held for a log line can be neither renamed nor removed meanwhile: share modes bind only
+// opens that ask for data access or deletion, so the handle has to ask to list the folder.
+TEST(ServiceLog, AHeldFolderStaysWhereItIs) {
+    const fs::path folder = L"C:\\ProgramData\\held", moved = L"C:\\ProgramData\\moved";
+    fs::remove_all(folder);
+    fs::remove_all(moved);
+    fs::create_directory(folder);
+    {
+        ScopedHandle held(OpenPlainFolder(folder));
+        ASSERT_NE(held.Get(), nullptr);
+        EXPECT_FALSE(MoveFileW(folder.c_str(), moved.c_str()));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION}) << "renamed";
+        EXPECT_FALSE(RemoveDirectoryW(folder.c_str()));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION}) << "removed";
+    }
+    EXPECT_TRUE(RemoveDirectoryW(folder.c_str())) << "let go, it may go";
+}
