@@ -28,7 +28,27 @@ static bool IsEscapeForStatusPane(const MSG& message) {
            (message.message == WM_KEYDOWN || message.message == WM_KEYUP) && message.wParam == VK_ESCAPE;
 }
 
+// The launcher runs elevated beside standard users: it loads no image from a remote share or with a
+// low integrity label, prefers the system folder's, and follows no junction that a non-administrator
+// made (behind the service log's own checks, not instead of them; hard links are not covered). A
+// Windows that doesn't know a policy refuses it, and the launcher works as before.
+// Left off: Microsoft-signed images only (would block text services, accessibility tools and the
+// camera vendors' DLLs that Media Foundation loads), no dynamic code (graphics and media drivers make
+// code), no extension points (screen readers hook in through them), strict handle checks (nothing
+// here could show that a stray handle wouldn't end the launcher). The producer keeps its own.
+static void TurnOnMitigations() {
+    PROCESS_MITIGATION_IMAGE_LOAD_POLICY images = {};
+    images.NoRemoteImages = 1;
+    images.NoLowMandatoryLabelImages = 1;
+    images.PreferSystem32Images = 1;
+    SetProcessMitigationPolicy(ProcessImageLoadPolicy, &images, sizeof(images));
+    PROCESS_MITIGATION_REDIRECTION_TRUST_POLICY redirection = {};
+    redirection.EnforceRedirectionTrust = 1;
+    SetProcessMitigationPolicy(ProcessRedirectionTrustPolicy, &redirection, sizeof(redirection));
+}
+
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int showCommand) {
+    TurnOnMitigations();
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
 
     g_launcher.launcherFolder = GetLauncherFolder();
