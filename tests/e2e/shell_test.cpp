@@ -128,9 +128,41 @@ TEST(Shell, PanelCommandsCamerasAndClose) {
     EXPECT_EQ(exitCode, 0u);
 }
 
-TEST(Shell, ExecutableAsksForAdministratorAndCarriesItsIcon) {
-    HMODULE exe =
-        LoadLibraryExW((BinFolder() / L"veloquin_launcher.exe").c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+// The manifest, the icon, and the version that Properties, Task Manager and inventory tools show.
+TEST(Shell, ExecutableAsksForAdministratorAndCarriesItsIconAndVersion) {
+    const fs::path path = BinFolder() / L"veloquin_launcher.exe";
+    std::vector<BYTE> info(GetFileVersionInfoSizeW(path.c_str(), nullptr));
+    ASSERT_TRUE(GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(info.size()), info.data()));
+    auto value = [&](const std::wstring& name) {
+        wchar_t* text = nullptr;
+        UINT length = 0;
+        VerQueryValueW(info.data(), (L"\\StringFileInfo\\040904B0\\" + name).c_str(),
+                       reinterpret_cast<void**>(&text), &length);
+        return std::wstring(text != nullptr ? text : L"");
+    };
+    const std::wstring version = Wide(VELOQUIN_PROJECT_VERSION);
+    const std::pair<const wchar_t*, std::wstring> strings[] = {
+        {L"FileDescription", L"Veloquin Launcher"},
+        {L"ProductName", L"Veloquin"},
+        {L"InternalName", L"veloquin_launcher.exe"},
+        {L"OriginalFilename", L"veloquin_launcher.exe"},
+        {L"FileVersion", version},
+        {L"ProductVersion", version},
+    };
+    for (const auto& [name, expected] : strings) {
+        EXPECT_EQ(value(name), expected) << Utf8(name);
+    }
+    VS_FIXEDFILEINFO* fixed = nullptr;
+    UINT size = 0;
+    ASSERT_TRUE(VerQueryValueW(info.data(), L"\\", reinterpret_cast<void**>(&fixed), &size));
+    wchar_t numbers[64] = {};
+    swprintf(numbers, 64, L"%u.%u.%u.%u %u.%u.%u.%u", HIWORD(fixed->dwFileVersionMS),
+             LOWORD(fixed->dwFileVersionMS), HIWORD(fixed->dwFileVersionLS), LOWORD(fixed->dwFileVersionLS),
+             HIWORD(fixed->dwProductVersionMS), LOWORD(fixed->dwProductVersionMS),
+             HIWORD(fixed->dwProductVersionLS), LOWORD(fixed->dwProductVersionLS));
+    EXPECT_EQ(numbers, version + L".0 " + version + L".0");
+
+    HMODULE exe = LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
     ASSERT_NE(exe, nullptr);
     HRSRC manifest = FindResourceW(exe, MAKEINTRESOURCEW(1), RT_MANIFEST);
     ASSERT_NE(manifest, nullptr);
