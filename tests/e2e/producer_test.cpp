@@ -48,6 +48,15 @@ TEST(Producer, StartStopAndClose) {
         Write(root / L"script.txt", cameras + "producer " + mode + "\n");
         EXPECT_TRUE(starter->Press(StartProducer));
     };
+    // A producer that hands the test a copy of its pipe's write end, to hold and write to.
+    DWORD pid = 0, written = 0;
+    HANDLE shared = nullptr;
+    auto share = [&](const char* script) {
+        run(script);
+        EXPECT_TRUE(WaitFor([&] { return Recorded(root, L"shared") != L"(not recorded)"; }));
+        pid = std::stoul(Recorded(root, L"pid"));
+        shared = reinterpret_cast<HANDLE>(std::stoull(Recorded(root, L"shared")));
+    };
 
     run("exit");
     EXPECT_EQ(launcher.Last(), L"ERROR: producer exe not found next to launcher: " + producer.wstring());
@@ -69,7 +78,7 @@ TEST(Producer, StartStopAndClose) {
         widened += static_cast<wchar_t>(byte);
     }
     Write(root / L"output.bin", bytes + "]\n");
-    run("share\nstderr failures go to standard error");
+    share("share\nstderr failures go to standard error");
     const std::wstring error = L"failures go to standard error";
     ASSERT_TRUE(WaitFor([&] { return launcher.Last() == error; })) << pane();
     EXPECT_TRUE(launcher.Running());
@@ -82,22 +91,18 @@ TEST(Producer, StartStopAndClose) {
     EXPECT_EQ(Recorded(root, L"cmdline"), CommandLine(L"directml", L"1280", L"1"));
     EXPECT_EQ(Recorded(root, L"d3d"), L"1");
     EXPECT_EQ(Recorded(root, L"cwd"), L"V:\\");
-    // While the test holds the pipe open, the launcher stays stopping however often Stop is pressed.
-    DWORD pid = std::stoul(Recorded(root, L"pid"));
     // Esc in the pane, the way a keystroke arrives, does nothing at all.
     PostMessageW(launcher.Item(StatusLog), WM_KEYDOWN, VK_ESCAPE, 0x00010001);
     PostMessageW(launcher.Item(StatusLog), WM_KEYUP, VK_ESCAPE, 0xC0010001);
     ASSERT_TRUE(launcher.Settle() && launcher.Settle()) << "Esc in the pane closed the window";
     EXPECT_TRUE(launcher.Running() && Alive(pid) && launcher.Last() == error);
-    ASSERT_TRUE(WaitFor([&] { return Recorded(root, L"shared") != L"(not recorded)"; }));
-    HANDLE shared = reinterpret_cast<HANDLE>(std::stoull(Recorded(root, L"shared")));
+    // While the test holds the pipe open, the launcher stays stopping however often Stop is pressed.
     ASSERT_TRUE(launcher.Command(StartProducer)); // ignored while one runs
     ASSERT_TRUE(launcher.Command(StopProducer));
     ASSERT_TRUE(launcher.Command(StopProducer));
     EXPECT_TRUE(WaitFor([&] { return !Alive(pid); })) << "Stop left the producer running";
     ASSERT_TRUE(launcher.Settle());
     EXPECT_TRUE(launcher.Running()) << "the buttons wait for the end of the output";
-    DWORD written = 0;
     WriteFile(shared, "last without lf\r", 16, &written, nullptr);
     CloseHandle(shared);
     ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
@@ -152,33 +157,25 @@ TEST(Producer, StartStopAndClose) {
     // More than the pane holds, in bursts, and lines of carriage returns alone: the pane keeps the
     // newest whole lines in order, within its capacity, and the end still shows.
     std::string bursts;
-    int count = 0;
-    for (; bursts.size() < STATUS_PANE_CAPACITY * 3 / 2; ++count) {
-        bursts += "burst " + std::to_string(count) + std::string(64, '.') + "\n";
+    std::wstring shown; // as the pane shows them
+    for (int i = 0; bursts.size() < STATUS_PANE_CAPACITY * 3 / 2; ++i) {
+        std::string line = "burst " + std::to_string(i) + std::string(64, '.');
+        bursts += line + "\n";
+        shown += Wide(line) + L"\r\n";
     }
     Write(root / L"output.bin", bursts + std::string(70000, '\r') + "\nlast\n");
+    shown +=
+        std::wstring(65537, L'\r') + L"\n" + std::wstring(4464, L'\r') + L"\nlast\r\nProducer stopped.\r\n";
     run("exit");
     ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running";
-    EXPECT_LE(Text(launcher.Item(StatusLog)).size(), STATUS_PANE_CAPACITY);
-    std::vector<std::wstring> lines = launcher.Lines();
-    EXPECT_EQ(std::vector<std::wstring>(lines.end() - 4, lines.end()),
-              (std::vector<std::wstring>{std::wstring(65536, L'\r'), std::wstring(4463, L'\r'), L"last",
-                                         L"Producer stopped."}));
-    auto burst =
-        std::find_if(lines.begin(), lines.end(), [](auto& line) { return line.rfind(L"burst ", 0) == 0; });
-    int number = burst != lines.end() ? std::stoi(burst->substr(6)) : count, wrong = 0;
-    for (; burst != lines.end() - 4; ++burst, ++number) {
-        wrong += *burst != L"burst " + std::to_wstring(number) + std::wstring(64, L'.');
-    }
-    EXPECT_EQ(std::make_pair(wrong, number), std::make_pair(0, count)) << "whole, in order, up to the last";
+    std::wstring full = Text(launcher.Item(StatusLog));
+    EXPECT_LE(full.size(), STATUS_PANE_CAPACITY);
+    EXPECT_TRUE(full.starts_with(L"burst ") && shown.ends_with(full)) << "the newest whole lines in order";
 
     // Reading while lines come: a selection and a scrolled-back view stay on their text, a selection
     // whose text went moves to the top, and back at the end the pane follows again.
     fs::remove(root / L"output.bin");
-    run("share");
-    ASSERT_TRUE(WaitFor([&] { return Recorded(root, L"shared") != L"(not recorded)"; }));
-    pid = std::stoul(Recorded(root, L"pid"));
-    shared = reinterpret_cast<HANDLE>(std::stoull(Recorded(root, L"shared")));
+    share("share");
     // Lines that the test writes into the producer's pipe itself, until the last is in the pane.
     auto print = [&](const std::string& word, size_t count, size_t dots = 0, bool shown = true) {
         std::string bytes, line;
@@ -240,10 +237,7 @@ TEST(Producer, StartStopAndClose) {
     // closing then ends at once.
     ASSERT_TRUE(holder.Start(drive));
     starter = &holder;
-    run("share");
-    ASSERT_TRUE(WaitFor([&] { return Recorded(root, L"shared") != L"(not recorded)"; }));
-    pid = std::stoul(Recorded(root, L"pid"));
-    shared = reinterpret_cast<HANDLE>(std::stoull(Recorded(root, L"shared")));
+    share("share");
     PostMessageW(holder.Item(StatusLog), WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(4, 4));
     EXPECT_TRUE(holder.Settle());
     std::atomic<size_t> flooded = 0;
@@ -253,9 +247,7 @@ TEST(Producer, StartStopAndClose) {
         for (DWORD done = 0; WriteFile(shared, lines.data(), 4096, &done, nullptr); flooded += done) {
         }
     });
-    // The first batch posted its wake long before; once that is handled, the pane could show it.
-    EXPECT_TRUE(WaitFor([&] { return flooded > PRODUCER_OUTPUT_BACKLOG / 2; }) && holder.Settle());
-    EXPECT_EQ(holder.Last(), OPEN) << "shown while the button is down";
+    EXPECT_TRUE(WaitFor([&] { return flooded > PRODUCER_OUTPUT_BACKLOG / 2; }));
     EXPECT_LT(flooded, PRODUCER_OUTPUT_BACKLOG + 65536) << "read on past the room";
     ULONGLONG closing = GetTickCount64();
     if (!holder.Close(&exitCode)) {

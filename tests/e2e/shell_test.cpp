@@ -141,26 +141,22 @@ TEST(Shell, ExecutableAsksForAdministratorAndCarriesItsIconAndVersion) {
         return std::wstring(text != nullptr ? text : L"");
     };
     const std::wstring version = Wide(VELOQUIN_PROJECT_VERSION);
-    const std::pair<const wchar_t*, std::wstring> strings[] = {
-        {L"FileDescription", L"Veloquin Launcher"},
-        {L"ProductName", L"Veloquin"},
-        {L"InternalName", L"veloquin_launcher.exe"},
-        {L"OriginalFilename", L"veloquin_launcher.exe"},
-        {L"FileVersion", version},
-        {L"ProductVersion", version},
-    };
-    for (const auto& [name, expected] : strings) {
+    for (auto [name, expected] : {std::pair{L"FileDescription", L"Veloquin Launcher"},
+                                  {L"ProductName", L"Veloquin"},
+                                  {L"InternalName", L"veloquin_launcher.exe"},
+                                  {L"OriginalFilename", L"veloquin_launcher.exe"},
+                                  {L"FileVersion", version.c_str()},
+                                  {L"ProductVersion", version.c_str()}}) {
         EXPECT_EQ(value(name), expected) << Utf8(name);
     }
     VS_FIXEDFILEINFO* fixed = nullptr;
-    UINT size = 0;
+    UINT size = 0, major = 0, minor = 0, patch = 0;
     ASSERT_TRUE(VerQueryValueW(info.data(), L"\\", reinterpret_cast<void**>(&fixed), &size));
-    wchar_t numbers[64] = {};
-    swprintf(numbers, 64, L"%u.%u.%u.%u %u.%u.%u.%u", HIWORD(fixed->dwFileVersionMS),
-             LOWORD(fixed->dwFileVersionMS), HIWORD(fixed->dwFileVersionLS), LOWORD(fixed->dwFileVersionLS),
-             HIWORD(fixed->dwProductVersionMS), LOWORD(fixed->dwProductVersionMS),
-             HIWORD(fixed->dwProductVersionLS), LOWORD(fixed->dwProductVersionLS));
-    EXPECT_EQ(numbers, version + L".0 " + version + L".0");
+    swscanf(version.c_str(), L"%u.%u.%u", &major, &minor, &patch);
+    const DWORD high = major << 16 | minor, low = patch << 16;
+    EXPECT_EQ(std::make_tuple(fixed->dwFileVersionMS, fixed->dwFileVersionLS, fixed->dwProductVersionMS,
+                              fixed->dwProductVersionLS),
+              std::make_tuple(high, low, high, low));
 
     HMODULE exe = LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
     ASSERT_NE(exe, nullptr);

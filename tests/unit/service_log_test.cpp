@@ -79,16 +79,11 @@ TEST(ServiceLog, TrustsOnlyOwnersAStandardUserCantBe) {
 // opens that ask for data access or deletion, so the handle has to ask to list the folder.
 TEST(ServiceLog, AHeldFolderStaysWhereItIs) {
     const fs::path folder = L"C:\\ProgramData\\held", moved = L"C:\\ProgramData\\moved";
-    fs::remove_all(folder);
     fs::remove_all(moved);
-    fs::create_directory(folder);
-    {
-        ScopedHandle held(OpenPlainFolder(folder));
-        ASSERT_NE(held.Get(), nullptr);
-        EXPECT_FALSE(MoveFileW(folder.c_str(), moved.c_str()));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION}) << "renamed";
-        EXPECT_FALSE(RemoveDirectoryW(folder.c_str()));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION}) << "removed";
-    }
-    EXPECT_TRUE(RemoveDirectoryW(folder.c_str())) << "let go, it may go";
+    fs::create_directories(folder);
+    ScopedHandle held(OpenPlainFolder(folder));
+    ASSERT_NE(held.Get(), nullptr);
+    auto refusal = [](BOOL done) { return done ? DWORD{0} : GetLastError(); };
+    EXPECT_EQ(refusal(MoveFileW(folder.c_str(), moved.c_str())), DWORD{ERROR_SHARING_VIOLATION});
+    EXPECT_EQ(refusal(RemoveDirectoryW(folder.c_str())), DWORD{ERROR_SHARING_VIOLATION});
 }
