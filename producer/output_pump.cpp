@@ -11,6 +11,13 @@ struct OutputBatch {
     std::wstring text;
 };
 
+void Wake(ProducerOutput& output) {
+    if (!output.wakePending.exchange(true) &&
+        !PostMessageW(g_launcher.mainWindow, WM_APP_PRODUCER_OUTPUT, 0, 0)) {
+        output.wakePending.store(false);
+    }
+}
+
 void HandOn(ProducerOutput& output, std::wstring&& text) {
     if (text.empty()) {
         return;
@@ -19,14 +26,12 @@ void HandOn(ProducerOutput& output, std::wstring&& text) {
     OutputBatch* batch = new OutputBatch{{}, std::move(text)};
     InterlockedPushEntrySList(&output.batches, &batch->entry);
     output.waiting += size;
-    // A wake that could not be posted is tried again with the next batch, and the exit takes the rest.
-    if (!output.wakePending.exchange(true) &&
-        !PostMessageW(g_launcher.mainWindow, WM_APP_PRODUCER_OUTPUT, 0, 0)) {
-        output.wakePending.store(false);
-    }
+    Wake(output);
+    // A wake that a full queue refused is posted again meanwhile: without it no room would come.
     while (output.room != nullptr && output.waiting.load() > PRODUCER_OUTPUT_BACKLOG &&
            !output.discard.load()) {
-        WaitForSingleObject(output.room, INFINITE);
+        WaitForSingleObject(output.room, output.wakePending.load() ? INFINITE : 10);
+        Wake(output);
     }
 }
 
