@@ -2,8 +2,6 @@
 // newest lines.
 #pragma once
 
-#include <windows.h>
-
 #include <cstddef>
 #include <string>
 #include <string_view>
