@@ -34,9 +34,9 @@ double Now() {
     return static_cast<double>(ticks.QuadPart) / static_cast<double>(frequency.QuadPart);
 }
 
-void WriteAll(HANDLE pipe, const std::string& bytes) {
+bool WriteAll(HANDLE pipe, const std::string& bytes) {
     DWORD written = 0;
-    WriteFile(pipe, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+    return WriteFile(pipe, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) != FALSE;
 }
 
 // 80 bytes, numbered from 1.
@@ -46,12 +46,22 @@ std::string FloodLine(size_t number) {
     return line;
 }
 
-// The producer's side: "flood N" prints N lines in 64 KiB writes; "latency N" prints N lines of the
-// same length at 500 a second and then writes down when it wrote each.
+// The producer's side: "flood N" prints N lines in 64 KiB writes; "endless" prints 1,000 lines a write
+// until it is ended; "latency N" prints N lines of the same length at 500 a second and then writes
+// down when it wrote each.
 int Produce() {
     HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
     std::string mode = driver::Read(driver::fs::path(driver::Variable(L"VQTEST_DIR")) / L"mode.txt");
     size_t lines = std::strtoul(mode.c_str() + mode.find(' ') + 1, nullptr, 10);
+    if (mode == "endless") {
+        std::string thousand;
+        for (size_t i = 1; i <= 1000; ++i) {
+            thousand += FloodLine(i);
+        }
+        while (WriteAll(out, thousand)) {
+        }
+        return 0;
+    }
     if (mode.rfind("flood", 0) == 0) {
         std::string chunk;
         for (size_t i = 1; i <= lines; ++i) {
@@ -223,6 +233,31 @@ void Flood(const driver::Launcher& launcher, double ceiling) {
         driver::Text(launcher.Item(driver::StatusLog)).size());
 }
 
+// While a producer floods without end: how long the window takes to answer a message sent from another
+// process, 20 looks 100 ms apart after 2 s of flood, and the time from Stop to "Producer stopped.".
+void Responsiveness(const driver::Launcher& launcher, int round) {
+    if (!Start(launcher, "endless")) {
+        std::printf("endless flood: the producer did not start\n");
+        return;
+    }
+    Sleep(2000);
+    std::vector<double> answers;
+    for (int look = 0; look < 20; ++look, Sleep(100)) {
+        double sent = Now();
+        driver::Send(launcher.window, WM_NULL);
+        answers.push_back(1000 * (Now() - sent));
+    }
+    double stop = Now();
+    launcher.Press(driver::StopProducer);
+    while (!launcher.Idle() && Now() - stop < 60) {
+        Sleep(1);
+    }
+    std::printf("endless flood, round %d: the window answers in median %.1f ms, worst %.1f ms; Stop to "
+                "\"Producer stopped.\" %.0f ms\n",
+                round, Median(answers), *std::max_element(answers.begin(), answers.end()),
+                1000 * (Now() - stop));
+}
+
 } // namespace
 
 int wmain(int argc, wchar_t** argv) {
@@ -253,6 +288,8 @@ int wmain(int argc, wchar_t** argv) {
     Latency(launcher, "into a fresh pane");
     Flood(launcher, ceiling);
     Latency(launcher, "into a full pane");
+    Responsiveness(launcher, 1);
+    Responsiveness(launcher, 2);
     DWORD exitCode = 0;
     launcher.Close(&exitCode);
     std::printf("bench run: %.0f s\n", Now() - whole);
