@@ -11,8 +11,8 @@
 static constexpr DWORD MAIN_WINDOW_STYLE =
     WS_OVERLAPPED | WS_VISIBLE | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;
 
-// comctl32 is not a KnownDLL, so it is not imported: that would let a planted copy in our own
-// folder load before wWinMain runs.
+// comctl32 is not a KnownDLL, so it is not imported: a planted copy in our own folder would then load
+// with the imports, before the search is restricted.
 static void InitCommonControlsFromSystem() {
     decltype(&InitCommonControlsEx) init = nullptr;
     if (SUCCEEDED(LoadSystemFunction(L"comctl32.dll", "InitCommonControlsEx", &init))) {
@@ -47,10 +47,28 @@ static void TurnOnMitigations() {
     SetProcessMitigationPolicy(ProcessRedirectionTrustPolicy, &redirection, sizeof(redirection));
 }
 
-int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int showCommand) {
-    TurnOnMitigations();
-    SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+// The loader calls it once the imports are in, before the C runtime's start-up and constructors, among
+// them the stack protector's set-up, which loads the crypto provider: nothing more comes from our folder.
+static void NTAPI RestrictLoading(PVOID, DWORD reason, PVOID) {
+    if (reason == DLL_PROCESS_ATTACH) {
+        TurnOnMitigations();
+        SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+    }
+}
 
+// Ahead of the C runtime's own TLS callbacks (.CRT$XLC and later).
+#if defined(_MSC_VER)
+#pragma comment(linker, "/INCLUDE:_tls_used")
+#pragma comment(linker, "/INCLUDE:restrictLoadingCallback")
+#pragma const_seg(".CRT$XLB")
+extern "C" const PIMAGE_TLS_CALLBACK restrictLoadingCallback = RestrictLoading;
+#pragma const_seg()
+#else
+extern "C" __attribute__((section(".CRT$XLB"), used)) const PIMAGE_TLS_CALLBACK restrictLoadingCallback =
+    RestrictLoading;
+#endif
+
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int showCommand) {
     g_launcher.launcherFolder = GetLauncherFolder();
     g_launcher.producerPath = AppendPath(g_launcher.launcherFolder, PRODUCER_FILE_NAME);
     g_launcher.mediaSourcePath = AppendPath(g_launcher.launcherFolder, MEDIA_SOURCE_FILE_NAME);
