@@ -30,10 +30,12 @@ struct LauncherState {
     HANDLE readerThread = nullptr;
     std::atomic<bool> producerRunning{false};
     ProducerOutput producerOutput;
-    // Output waits while the user drags a selection in the pane.
-    bool producerOutputHeld = false;
+    // Runs while output waits to be shown.
+    bool outputTimerRuns = false;
     // Lines ended by CR LF in the pane.
     size_t statusPaneLines = 0;
+    // When the pane was last drawn afresh.
+    ULONGLONG statusPaneDrawn = 0;
 };
 
 extern LauncherState g_launcher;

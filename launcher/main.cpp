@@ -4,9 +4,7 @@
 #include "launcher/launcher_state.h"
 #include "launcher/main_window.h"
 #include "launcher/paths.h"
-#include "launcher/status_pane.h"
 #include "launcher/system_library.h"
-#include "producer/lifecycle.h"
 
 static constexpr DWORD MAIN_WINDOW_STYLE =
     WS_OVERLAPPED | WS_VISIBLE | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;
@@ -104,10 +102,6 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int showCommand) {
         if (!IsDialogMessageW(window, &message)) {
             TranslateMessage(&message);
             DispatchMessageW(&message);
-        }
-        // Output held back during a drag goes on once the pane has let the mouse go, however it did.
-        if (g_launcher.producerOutputHeld && !IsStatusPaneDragged()) {
-            OnProducerOutput();
         }
     }
     return static_cast<int>(message.wParam);

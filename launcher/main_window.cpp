@@ -38,25 +38,30 @@ static void OnCreate(HWND window) {
 }
 
 static void OnCommand(WORD id) {
+    void (*command)() = nullptr;
     switch (id) {
     case IDC_REGISTER:
-        OnRegisterCommand();
+        command = OnRegisterCommand;
         break;
     case IDC_UNREGISTER:
-        OnUnregisterCommand();
+        command = OnUnregisterCommand;
         break;
     case IDC_REFRESH:
-        RefreshCameraList();
+        command = RefreshCameraList;
         break;
     case IDC_START_PRODUCER:
-        OnStartProducerCommand();
+        command = OnStartProducerCommand;
         break;
     case IDC_STOP_PRODUCER:
-        OnStopProducerCommand();
+        command = OnStopProducerCommand;
         break;
     default:
-        break;
+        return;
     }
+    // What the user just asked for shows, even where they had scrolled back; from there the pane follows,
+    // as a terminal does once the user types.
+    ShowStatusPaneEnd();
+    command();
 }
 
 static void OnStatusLine(LPARAM lParam) {
@@ -86,6 +91,11 @@ LRESULT CALLBACK MainWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM
         return 0;
     case WM_APP_PRODUCER_OUTPUT:
         OnProducerOutput();
+        return 0;
+    case WM_TIMER:
+        if (wParam == OUTPUT_TIMER_ID) {
+            OnProducerOutput();
+        }
         return 0;
     case WM_APP_PRODUCER_EXITED:
         OnProducerExited();

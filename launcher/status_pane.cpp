@@ -11,9 +11,8 @@ LRESULT Send(HWND pane, UINT message, WPARAM wParam = 0, LPARAM lParam = 0) {
     return SendMessageW(pane, message, wParam, lParam);
 }
 
-// The control's own rows, counted as it wraps them: the end is in view when the rows that fit reach
-// the last one.
-bool IsEndInView(HWND pane, LRESULT firstVisible) {
+// The control's own rows that fit in its view; the rows are counted as the control wraps them.
+LRESULT VisibleRows(HWND pane) {
     RECT rect = {};
     Send(pane, EM_GETRECT, 0, reinterpret_cast<LPARAM>(&rect));
     TEXTMETRICW metrics = {};
@@ -22,8 +21,17 @@ bool IsEndInView(HWND pane, LRESULT firstVisible) {
     GetTextMetricsW(dc, &metrics);
     SelectObject(dc, font);
     ReleaseDC(pane, dc);
-    LONG fitting = metrics.tmHeight > 0 ? (rect.bottom - rect.top) / metrics.tmHeight : 0;
-    return firstVisible + fitting >= Send(pane, EM_GETLINECOUNT);
+    return metrics.tmHeight > 0 ? (rect.bottom - rect.top) / metrics.tmHeight : 0;
+}
+
+bool IsEndInView(HWND pane, LRESULT firstVisible) {
+    return firstVisible + VisibleRows(pane) >= Send(pane, EM_GETLINECOUNT);
+}
+
+// With the last row at the bottom; the control stops at the last row by itself.
+void ScrollToEnd(HWND pane) {
+    LRESULT first = std::max<LRESULT>(Send(pane, EM_GETLINECOUNT) - VisibleRows(pane), 0);
+    Send(pane, EM_LINESCROLL, 0, first - Send(pane, EM_GETFIRSTVISIBLELINE));
 }
 
 std::wstring PaneText(HWND pane, size_t length) {
@@ -78,7 +86,7 @@ void AppendStatusLine(const std::wstring& text) {
     AppendStatusText(line);
 }
 
-void AppendStatusText(const std::wstring& text) {
+void AppendStatusText(const std::wstring& text, bool moreFollows) {
     HWND pane = g_launcher.statusPane;
     if (pane == nullptr || text.empty()) {
         return;
@@ -88,7 +96,8 @@ void AppendStatusText(const std::wstring& text) {
     DWORD selStart = 0, selEnd = 0;
     Send(pane, EM_GETSEL, reinterpret_cast<WPARAM>(&selStart), reinterpret_cast<LPARAM>(&selEnd));
     LRESULT first = Send(pane, EM_GETFIRSTVISIBLELINE);
-    bool follow = selStart == selEnd && IsEndInView(pane, first);
+    bool selected = selStart != selEnd;
+    bool follow = IsEndInView(pane, first) && !(selected && GetFocus() == pane);
     size_t cut = 0;
     if (length + text.size() > STATUS_PANE_CAPACITY ||
         g_launcher.statusPaneLines + lines > STATUS_PANE_LINE_CAPACITY) {
@@ -99,11 +108,12 @@ void AppendStatusText(const std::wstring& text) {
     }
     size_t removed = std::min(cut, length), skipped = cut - removed;
     g_launcher.statusPaneLines += CountLineEnds(std::wstring_view(text).substr(skipped));
-    // Windows hides the steps between; Wine's edit control ignores this and shows only the outcome.
-    bool quiet = !follow || removed > 0;
-    if (quiet) {
-        Send(pane, WM_SETREDRAW, FALSE);
-    }
+    // Following with nothing selected, the caret goes to the end, as in a terminal. Otherwise the
+    // selection comes back, and the view goes to the end or back to where it was.
+    bool restore = !follow || selected;
+    // No step of the update is drawn. The edit control passes WM_SETREDRAW on to the default procedure
+    // on Windows and swallows it under Wine, where drawing every step cost more than the update itself.
+    DefWindowProcW(pane, WM_SETREDRAW, FALSE, 0);
     if (removed > 0) {
         LRESULT firstChar = Send(pane, EM_LINEINDEX, static_cast<WPARAM>(first));
         Send(pane, EM_SETSEL, 0, static_cast<LPARAM>(removed));
@@ -115,19 +125,34 @@ void AppendStatusText(const std::wstring& text) {
     }
     Send(pane, EM_SETSEL, static_cast<WPARAM>(length), static_cast<LPARAM>(length));
     Send(pane, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(text.c_str() + skipped));
-    if (follow) {
+    if (!restore) {
         Send(pane, EM_SCROLLCARET);
     } else {
-        // Back to the saved view before the selection comes back, which would show a jump otherwise;
-        // then again, since selecting may scroll to the caret.
-        auto scrollBack = [&] { Send(pane, EM_LINESCROLL, 0, first - Send(pane, EM_GETFIRSTVISIBLELINE)); };
-        scrollBack();
+        // The view first, before the selection comes back, which would show a jump otherwise; then
+        // again, since selecting may scroll to the caret.
+        auto view = [&] {
+            if (follow) {
+                ScrollToEnd(pane);
+            } else {
+                Send(pane, EM_LINESCROLL, 0, first - Send(pane, EM_GETFIRSTVISIBLELINE));
+            }
+        };
+        view();
         Send(pane, EM_SETSEL, selStart, selEnd);
-        scrollBack();
+        view();
     }
-    if (quiet) {
-        Send(pane, WM_SETREDRAW, TRUE);
+    DefWindowProcW(pane, WM_SETREDRAW, TRUE, 0);
+    // Drawn afresh, at a steady rate while more output follows at once, as a terminal draws.
+    ULONGLONG now = GetTickCount64();
+    if (!moreFollows || now - g_launcher.statusPaneDrawn >= STATUS_PANE_DRAW_MS) {
         RedrawWindow(pane, nullptr, nullptr, RDW_ERASE | RDW_FRAME | RDW_INVALIDATE);
+        g_launcher.statusPaneDrawn = now;
+    }
+}
+
+void ShowStatusPaneEnd() {
+    if (g_launcher.statusPane != nullptr) {
+        ScrollToEnd(g_launcher.statusPane);
     }
 }
 

@@ -12,28 +12,30 @@
 // that a 16-bit scroll thumb can reach, however short the lines are.
 inline constexpr size_t STATUS_PANE_CAPACITY = 512 * 1024;
 inline constexpr size_t STATUS_PANE_LINE_CAPACITY = 16 * 1024;
+inline constexpr unsigned STATUS_PANE_DRAW_MS = 40;
 
 // UI thread only. Lost silently while the pane does not exist.
 void AppendStatusLine(const std::wstring& text);
 // Any thread: the line travels through the main window's queue. Lost if the post fails.
 void PostStatusLine(const std::wstring& text);
 
-// Adds `line` to `text` as the pane shows it: the control takes a line only up to its first zero
-// character, line end included. One wide character per character, bytes read as Latin-1.
+// Adds `line` to `text` as the pane shows it, with its line end. One wide character per character,
+// bytes read as Latin-1. Every text bound for the pane passes here: a zero character would end what the
+// control takes, line end and all, so it becomes a blank, as a console shows it.
 template <typename Char> void AddPaneLine(std::wstring& text, const Char* line, size_t count) {
     for (size_t i = 0; i < count; ++i) {
-        if (line[i] == 0) {
-            return;
-        }
-        text += static_cast<wchar_t>(static_cast<std::make_unsigned_t<Char>>(line[i]));
+        text += line[i] == 0 ? L' ' : static_cast<wchar_t>(static_cast<std::make_unsigned_t<Char>>(line[i]));
     }
     text += L"\r\n";
 }
 
 // UI thread: adds text made by AddPaneLine at the end, dropping the oldest lines past the capacity.
-// Follows the output while the end is in view and nothing is selected; otherwise the view and the
-// selection stay on their text.
-void AppendStatusText(const std::wstring& text);
+// Follows the output while the end is in view, unless a selection holds it in a focused pane, where the
+// user sees it; otherwise the view stays on its text. A selection always stays on its text. While more
+// output follows at once, the pane is drawn at most every STATUS_PANE_DRAW_MS.
+void AppendStatusText(const std::wstring& text, bool moreFollows = false);
+// UI thread: scrolls the end into view, leaving a selection where it is.
+void ShowStatusPaneEnd();
 // While the user drags a selection in the pane, new text would turn its anchor.
 bool IsStatusPaneDragged();
 

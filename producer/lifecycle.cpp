@@ -18,6 +18,10 @@ namespace {
 
 // How long closing the window waits for the reader before it stops waiting on a stuck pipe.
 constexpr DWORD READER_CLOSE_WAIT_MS = 5000;
+// While output waits to be shown, or a drag in the pane holds it, the next update comes from this
+// timer: its message comes after input, painting and every other message, so a flood of output can't
+// crowd them out, and a hold ends within a tick however the drag ended, even by a sent message.
+constexpr UINT OUTPUT_TIMER_MS = 10;
 
 struct ReaderArguments {
     HANDLE pipeRead;
@@ -58,6 +62,18 @@ void CloseAndClear(HANDLE& handle) {
     if (handle != nullptr) {
         CloseHandle(handle);
         handle = nullptr;
+    }
+}
+
+// Set once and left running, so that an update that took longer than a tick is followed at once.
+void RunOutputTimer(bool run) {
+    if (run != g_launcher.outputTimerRuns) {
+        if (run) {
+            SetTimer(g_launcher.mainWindow, OUTPUT_TIMER_ID, OUTPUT_TIMER_MS, nullptr);
+        } else {
+            KillTimer(g_launcher.mainWindow, OUTPUT_TIMER_ID);
+        }
+        g_launcher.outputTimerRuns = run;
     }
 }
 
@@ -127,12 +143,7 @@ void OnStartProducerCommand() {
     g_launcher.producerProcess = process.hProcess;
     g_launcher.pipeRead = readEnd;
     g_launcher.producerJob = job;
-    ProducerOutput& output = g_launcher.producerOutput;
-    output.discard.store(false);
-    if (output.room == nullptr) {
-        // Kept for the launcher's life. Without it the reader never waits for room, as before.
-        output.room = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    }
+    PrepareProducerOutput();
     g_launcher.producerRunning.exchange(true);
 
     AppendStatusLine(L"Producer started (pid " + std::to_wstring(process.dwProcessId) + L"): provider=" +
@@ -181,16 +192,19 @@ void CleanupProducer() {
 }
 
 void OnProducerOutput() {
-    g_launcher.producerOutputHeld = IsStatusPaneDragged();
-    if (!g_launcher.producerOutputHeld) {
-        AppendStatusText(TakeProducerOutput());
+    bool more = true;
+    if (!IsStatusPaneDragged()) {
+        std::wstring text = TakeProducerOutput(PRODUCER_OUTPUT_UPDATE, &more);
+        AppendStatusText(text, more);
     }
+    RunOutputTimer(more);
 }
 
 void OnProducerExited() {
     // The reader has handed on its last line, and the user's drag can't hold back the end.
-    g_launcher.producerOutputHeld = false;
-    AppendStatusText(TakeProducerOutput());
+    RunOutputTimer(false);
+    bool more = false;
+    AppendStatusText(TakeProducerOutput(SIZE_MAX, &more));
     g_launcher.producerRunning.exchange(false);
     CleanupProducer();
     SetProducerRunning(false);

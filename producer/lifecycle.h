@@ -1,11 +1,16 @@
 // Starting, stopping and cleaning up after the producer process. UI thread only.
 #pragma once
 
+#include <windows.h>
+
+inline constexpr UINT_PTR OUTPUT_TIMER_ID = 1;
+
 void OnStartProducerCommand();
 void OnStopProducerCommand();
 // Joins the reader, then closes the pipe, the process and the job.
 void CleanupProducer();
-// The reader's wake: the waiting output into the pane, unless the user drags a selection there.
+// The reader's wake and its timer: the next part of the waiting output into the pane, unless the
+// user drags a selection there.
 void OnProducerOutput();
 // The exit message from the reader: the last output, then back to idle.
 void OnProducerExited();

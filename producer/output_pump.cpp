@@ -1,5 +1,7 @@
 #include "producer/output_pump.h"
 
+#include <string_view>
+
 #include "launcher/control_ids.h"
 #include "launcher/launcher_state.h"
 #include "launcher/status_pane.h"
@@ -35,6 +37,16 @@ void HandOn(ProducerOutput& output, std::wstring&& text) {
     }
 }
 
+// Where an update of at most `limit` characters ends: after its last whole line, or after the first line
+// if that alone is longer.
+size_t UpdateEnd(std::wstring_view text, size_t limit) {
+    size_t feed = text.size() <= limit ? text.size() - 1 : text.rfind(L'\n', limit - 1);
+    if (feed == std::wstring_view::npos) {
+        feed = text.find(L'\n');
+    }
+    return feed == std::wstring_view::npos ? text.size() : feed + 1;
+}
+
 } // namespace
 
 void PumpProducerOutput(HANDLE pipeRead, HANDLE process) {
@@ -43,9 +55,10 @@ void PumpProducerOutput(HANDLE pipeRead, HANDLE process) {
     std::string pending;
     pending.reserve(PRODUCER_LINE_LIMIT + PRODUCER_READ_CHUNK);
     for (;;) {
+        // Only a failed read ends the stream: a read of no bytes is a write of nothing, which some
+        // runtimes make when they flush an empty buffer.
         DWORD count = 0;
-        if (!ReadFile(pipeRead, chunk, sizeof(chunk), &count, nullptr) || count == 0 ||
-            output.discard.load()) {
+        if (!ReadFile(pipeRead, chunk, sizeof(chunk), &count, nullptr) || output.discard.load()) {
             break;
         }
         pending.append(chunk, count);
@@ -82,9 +95,18 @@ void PumpProducerOutput(HANDLE pipeRead, HANDLE process) {
     }
 }
 
-std::wstring TakeProducerOutput() {
+void PrepareProducerOutput() {
     ProducerOutput& output = g_launcher.producerOutput;
-    output.wakePending.store(false);
+    if (output.room == nullptr) {
+        InitializeSListHead(&output.batches);
+        // Kept for the launcher's life. Without it the reader never waits for room, as before.
+        output.room = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    }
+    output.discard.store(false);
+}
+
+std::wstring TakeProducerOutput(size_t limit, bool* more) {
+    ProducerOutput& output = g_launcher.producerOutput;
     SLIST_ENTRY* oldest = nullptr;
     for (SLIST_ENTRY* entry = InterlockedFlushSList(&output.batches); entry != nullptr;) {
         SLIST_ENTRY* older = entry->Next;
@@ -92,20 +114,25 @@ std::wstring TakeProducerOutput() {
         oldest = entry;
         entry = older;
     }
-    std::wstring text;
     while (oldest != nullptr) {
         OutputBatch* batch = CONTAINING_RECORD(oldest, OutputBatch, entry);
         oldest = oldest->Next;
-        if (text.empty()) {
-            text = std::move(batch->text);
-        } else {
-            text += batch->text;
-        }
+        output.taken += batch->text;
         delete batch;
     }
+    size_t end = UpdateEnd(output.taken, limit);
+    std::wstring text = output.taken.substr(0, end);
+    output.taken.erase(0, end);
     output.waiting -= text.size();
     if (output.room != nullptr) {
         SetEvent(output.room);
+    }
+    *more = !output.taken.empty();
+    if (!*more) {
+        output.taken.shrink_to_fit(); // a flood's backlog is not kept for good
+        output.wakePending.store(false);
+        // A batch pushed before that line found a wake pending, and posted none.
+        *more = QueryDepthSList(&output.batches) > 0;
     }
     return text;
 }

@@ -12,26 +12,35 @@ inline constexpr size_t PRODUCER_READ_CHUNK = 4096;
 // A producer that never ends a line must not make the launcher grow without end: past this many
 // bytes the pending text goes out as a line of its own.
 inline constexpr size_t PRODUCER_LINE_LIMIT = 65536;
-// Past this many characters waiting for the UI thread the reader stops reading, and the producer
-// waits on its full pipe as it would on a terminal: nothing is dropped, and memory stays bounded.
+// Past this many characters waiting to be shown the reader stops reading, and the producer waits on
+// its full pipe as it would on a terminal: nothing is dropped, and memory stays bounded.
 inline constexpr size_t PRODUCER_OUTPUT_BACKLOG = 256 * 1024;
+// One update of the pane shows at most this much of the output, so that the window answers between
+// updates however much waits: adding text costs the control time for every line it wraps.
+inline constexpr size_t PRODUCER_OUTPUT_UPDATE = 64 * 1024;
 
 // Text on its way from the reader to the UI thread, without a lock: the reader pushes one batch per
-// read and wakes the UI thread with WM_APP_PRODUCER_OUTPUT unless a wake is pending; the UI thread
-// takes all batches at once.
+// read and wakes the UI thread with WM_APP_PRODUCER_OUTPUT unless a wake is pending. The wake stays
+// pending while the UI thread still has output to show; it then goes on by itself.
 struct ProducerOutput {
     SLIST_HEADER batches = {}; // newest first
     std::atomic<size_t> waiting{0};
     std::atomic<bool> wakePending{false};
     // Set once the window closes: the reader then stops reading and posts nothing more.
     std::atomic<bool> discard{false};
-    // Auto-reset; set when the UI thread has taken text, or when the reader must stop waiting.
+    // Auto-reset; set when the UI thread has shown text, or when the reader must stop waiting.
     HANDLE room = nullptr;
+    // UI thread only: taken off the list and not shown yet, oldest first.
+    std::wstring taken;
 };
 
+// UI thread, before the first reader starts.
+void PrepareProducerOutput();
 // Hands on one batch of pane text per read (each LF-terminated line with one trailing CR removed;
-// the unterminated rest at the end), then waits for the process and posts WM_APP_PRODUCER_EXITED.
-// Closes neither handle.
+// the unterminated rest at the end) until a read fails, then waits for the process and posts
+// WM_APP_PRODUCER_EXITED. Closes neither handle.
 void PumpProducerOutput(HANDLE pipeRead, HANDLE process);
-// UI thread: everything waiting, oldest first, and room for the reader.
-std::wstring TakeProducerOutput();
+// UI thread: what waits, oldest first, in whole lines up to `limit` characters (or one longer line), and
+// room for the reader. `more` tells whether output still waits; while none does, the reader's next batch
+// posts a wake.
+std::wstring TakeProducerOutput(size_t limit, bool* more);
