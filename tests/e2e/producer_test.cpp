@@ -69,10 +69,10 @@ TEST(Producer, StartStopAndClose) {
     fs::remove(producer);
     fs::copy_file(BinFolder() / L"standin_producer.exe", producer);
 
-    // Lines cut at LF or CR LF, one CR only, across reads, one character for each byte.
+    // Lines cut at LF or CR LF, one CR only, across reads, one character for each byte, a zero as a blank.
     std::string bytes = "alpha\nbeta\r\n\ngamma\rdelta\ntwo cr\r\r\n" + std::string(5000, 'x') + "\n" +
                         std::string("zero[\0]after\nhigh[", 18);
-    std::wstring widened = L"zero[high[";
+    std::wstring widened = L"high[";
     for (int byte = 0x80; byte <= 0xFF; ++byte) {
         bytes += static_cast<char>(byte);
         widened += static_cast<wchar_t>(byte);
@@ -82,12 +82,11 @@ TEST(Producer, StartStopAndClose) {
     const std::wstring error = L"failures go to standard error";
     ASSERT_TRUE(WaitFor([&] { return launcher.Last() == error; })) << pane();
     EXPECT_TRUE(launcher.Running());
-    EXPECT_EQ(launcher.Lines(10),
+    EXPECT_EQ(launcher.Lines(11),
               (std::vector<std::wstring>{L"Producer started (pid " + Recorded(root, L"pid") +
                                              L"): provider=directml width=1280 camera-index=1 d3d-capture=on",
                                          OPEN, L"alpha", L"beta", L"", L"gamma\rdelta", L"two cr\r",
-                                         std::wstring(5000, L'x'), widened + L"]", error}))
-        << "a zero byte ends what the pane takes of its line, line end included";
+                                         std::wstring(5000, L'x'), L"zero[ ]after", widened + L"]", error}));
     EXPECT_EQ(Recorded(root, L"cmdline"), CommandLine(L"directml", L"1280", L"1"));
     EXPECT_EQ(Recorded(root, L"d3d"), L"1");
     EXPECT_EQ(Recorded(root, L"cwd"), L"V:\\");
@@ -96,6 +95,8 @@ TEST(Producer, StartStopAndClose) {
     PostMessageW(launcher.Item(StatusLog), WM_KEYUP, VK_ESCAPE, 0xC0010001);
     ASSERT_TRUE(launcher.Settle() && launcher.Settle()) << "Esc in the pane closed the window";
     EXPECT_TRUE(launcher.Running() && Alive(pid) && launcher.Last() == error);
+    WriteFile(shared, "zero at its end\0\n", 17, &written, nullptr);
+    ASSERT_TRUE(WaitFor([&] { return launcher.Last() == L"zero at its end "; }));
     // While the test holds the pipe open, the launcher stays stopping however often Stop is pressed.
     ASSERT_TRUE(launcher.Command(StartProducer)); // ignored while one runs
     ASSERT_TRUE(launcher.Command(StopProducer));
@@ -103,27 +104,29 @@ TEST(Producer, StartStopAndClose) {
     EXPECT_TRUE(WaitFor([&] { return !Alive(pid); })) << "Stop left the producer running";
     ASSERT_TRUE(launcher.Settle());
     EXPECT_TRUE(launcher.Running()) << "the buttons wait for the end of the output";
-    WriteFile(shared, "last without lf\r", 16, &written, nullptr);
+    WriteFile(shared, "last\0without lf\r", 16, &written, nullptr);
     CloseHandle(shared);
     ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
-    EXPECT_EQ(launcher.Lines(5),
-              (std::vector<std::wstring>{error, L"Stopping producer...", L"Stopping producer...",
-                                         L"last without lf\r", L"Producer stopped."}));
+    EXPECT_EQ(launcher.Lines(5), (std::vector<std::wstring>{L"zero at its end ", L"Stopping producer...",
+                                                            L"Stopping producer...", L"last without lf\r",
+                                                            L"Producer stopped."}));
     ASSERT_TRUE(launcher.Command(StopProducer)); // nothing to stop
     ASSERT_TRUE(launcher.Settle());
     EXPECT_EQ(launcher.Last(), L"Producer stopped.");
 
-    fs::remove(root / L"output.bin");
+    // A producer that writes UTF-16: a blank for every zero, and every line on its own.
+    Write(root / L"output.bin", std::string("a\0b\0\r\0\n\0c\0\n\0", 12));
     launcher.Ask(Provider, CB_SETCURSEL, 1);
     launcher.Ask(MaxWidth, CB_SETCURSEL, 3);
     launcher.Ask(Camera, CB_SETCURSEL, 2);
     ASSERT_TRUE(launcher.Press(D3dCapture));
     run("exit");
     ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
-    EXPECT_EQ(launcher.Lines(3),
+    EXPECT_EQ(launcher.Lines(6),
               (std::vector<std::wstring>{L"Producer started (pid " + Recorded(root, L"pid") +
                                              L"): provider=cpu width=1920 camera-index=2 d3d-capture=off",
-                                         OPEN, L"Producer stopped."}));
+                                         OPEN, L"a b \r ", L" c ", L" ", L"Producer stopped."}));
+    fs::remove(root / L"output.bin");
     EXPECT_EQ(Recorded(root, L"cmdline"), CommandLine(L"cpu", L"1920", L"2"));
     EXPECT_EQ(Recorded(root, L"d3d"), L"0");
 
@@ -154,26 +157,32 @@ TEST(Producer, StartStopAndClose) {
     ASSERT_TRUE(launcher.Press(StopProducer));
     ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running after:\n" << pane();
 
-    // More than the pane holds, in bursts, and lines of carriage returns alone: the pane keeps the
-    // newest whole lines in order, within its capacity, and the end still shows.
-    std::string bursts;
-    std::wstring shown; // as the pane shows them
-    for (int i = 0; bursts.size() < STATUS_PANE_CAPACITY * 3 / 2; ++i) {
-        std::string line = "burst " + std::to_string(i) + std::string(64, '.');
-        bursts += line + "\n";
-        shown += Wide(line) + L"\r\n";
+    // More than the pane holds, in short lines, then in characters (bursts, and lines of carriage returns
+    // alone): the pane keeps the newest whole lines in order, within both bounds, and the end still shows.
+    for (size_t dots : {0, 64}) {
+        std::string bytes;
+        std::wstring shown; // as the pane shows them
+        for (int i = 0; dots > 0 ? bytes.size() < STATUS_PANE_CAPACITY * 3 / 2 : i < 20000; ++i) {
+            std::string line = "burst " + std::to_string(i) + std::string(dots, '.');
+            bytes += line + "\n";
+            shown += Wide(line) + L"\r\n";
+        }
+        if (dots > 0) {
+            bytes += std::string(70000, '\r') + "\nlast\n";
+            shown += std::wstring(65537, L'\r') + L"\n" + std::wstring(4464, L'\r') + L"\nlast\r\n";
+        }
+        Write(root / L"output.bin", bytes);
+        run("exit");
+        ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running";
+        std::wstring full = Text(launcher.Item(StatusLog));
+        EXPECT_TRUE(full.size() <= STATUS_PANE_CAPACITY &&
+                    size_t(std::count(full.begin(), full.end(), L'\n')) <= STATUS_PANE_LINE_CAPACITY);
+        EXPECT_TRUE(full.starts_with(L"burst ") && (shown + L"Producer stopped.\r\n").ends_with(full));
     }
-    Write(root / L"output.bin", bursts + std::string(70000, '\r') + "\nlast\n");
-    shown +=
-        std::wstring(65537, L'\r') + L"\n" + std::wstring(4464, L'\r') + L"\nlast\r\nProducer stopped.\r\n";
-    run("exit");
-    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); })) << "still running";
-    std::wstring full = Text(launcher.Item(StatusLog));
-    EXPECT_LE(full.size(), STATUS_PANE_CAPACITY);
-    EXPECT_TRUE(full.starts_with(L"burst ") && shown.ends_with(full)) << "the newest whole lines in order";
 
-    // Reading while lines come: a selection and a scrolled-back view stay on their text, a selection
-    // whose text went moves to the top, and back at the end the pane follows again.
+    // Reading while lines come: a scrolled-back view stays on its text, with or without a selection, and
+    // a selection whose text went moves to the top. A selection holds the view at the end only while the
+    // pane has the focus; a command brings the end into view.
     fs::remove(root / L"output.bin");
     share("share");
     // Lines that the test writes into the producer's pipe itself, until the last is in the pane.
@@ -203,7 +212,7 @@ TEST(Producer, StartStopAndClose) {
              Send(log, EM_LINEFROMCHAR, text.find(L"kept 2")) - Send(log, EM_GETFIRSTVISIBLELINE));
         return view();
     };
-    auto before = select(text.find(L"kept 5"), text.find(L"kept 7"));
+    auto before = select(text.find(L"kept 5"), text.find(L"kept 5"));
     LRESULT row = Send(log, EM_GETFIRSTVISIBLELINE);
     ASSERT_TRUE(print("more ", 20));
     EXPECT_EQ(view(), before);
@@ -221,10 +230,38 @@ TEST(Producer, StartStopAndClose) {
     EXPECT_EQ(launcher.Last(), last) << "shown while the button was down";
     PostMessageW(log, WM_LBUTTONUP, 0, MAKELPARAM(4, 4));
     EXPECT_TRUE(WaitFor([&] { return launcher.Last() == L"dragged 999" + std::wstring(90, L'.'); }));
-    text = Text(log);
-    Send(log, EM_SETSEL, text.size(), text.size());
+    // The row of the point at the foot of the pane is the last one.
+    auto endShown = [&] {
+        RECT client = {};
+        GetClientRect(log, &client);
+        LRESULT foot = Send(log, EM_CHARFROMPOS, 0, MAKELPARAM(2, client.bottom - 3));
+        return HIWORD(foot) + 1 >= Send(log, EM_GETLINECOUNT);
+    };
+    text = Text(log); // the click has given the pane the focus
+    Send(log, EM_SETSEL, text.rfind(L"dragged 998"), text.rfind(L"dragged 999"));
+    Send(log, EM_LINESCROLL, 0, 1000);
+    before = view();
+    row = Send(log, EM_GETFIRSTVISIBLELINE);
+    ASSERT_TRUE(endShown() && print("focused ", 40));
+    EXPECT_EQ(view(), before);
+    EXPECT_EQ(Send(log, EM_GETFIRSTVISIBLELINE), row);
+    ASSERT_TRUE(launcher.Press(D3dCapture) && launcher.Press(D3dCapture)); // the focus to a button
+    Send(log, EM_LINESCROLL, 0, 1000);
     ASSERT_TRUE(print("follow ", 40));
-    EXPECT_LT(Send(log, EM_GETLINECOUNT) - Send(log, EM_GETFIRSTVISIBLELINE), 30) << "the end is in view";
+    EXPECT_TRUE(endShown());
+    EXPECT_EQ(std::get<2>(view()), std::get<2>(before));
+    Send(log, EM_LINESCROLL, 0, -1000);
+    ASSERT_TRUE(launcher.Press(Refresh) && launcher.Settle());
+    EXPECT_TRUE(launcher.Last() == L"Found 3 camera device(s)." && endShown());
+    // Output that a drag holds when the producer ends shows before its end.
+    PostMessageW(log, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(4, 4));
+    ASSERT_TRUE(launcher.Settle() && print("held ", 3, 0, false));
+    ASSERT_TRUE(launcher.Command(StopProducer)); // by a command, which takes no capture
+    CloseHandle(shared);
+    ASSERT_TRUE(WaitFor([&] { return launcher.Idle(); }));
+    EXPECT_EQ(launcher.Lines(2), (std::vector<std::wstring>{L"held 2", L"Producer stopped."}));
+    PostMessageW(log, WM_LBUTTONUP, 0, MAKELPARAM(4, 4));
+    share("share");
 
     // Closing while the test still holds the pipe, out of reach of the job, ends all the same.
     DWORD exitCode = 99;
@@ -233,12 +270,14 @@ TEST(Producer, StartStopAndClose) {
     EXPECT_FALSE(Alive(pid)) << "the producer goes before the window";
     CloseHandle(shared);
 
-    // Held back by a drag, a flood fills the reader's room, and the producer waits for the reader:
-    // closing then ends at once.
+    // Held back by a drag, a flood fills the reader's room, and the producer waits for the reader. A drag
+    // that a message sent to the pane ends, with nothing else for the launcher, lets it go on. Closing
+    // while the reader waits for room, as it does during a flood, ends at once.
     ASSERT_TRUE(holder.Start(drive));
     starter = &holder;
     share("share");
-    PostMessageW(holder.Item(StatusLog), WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(4, 4));
+    HWND held = holder.Item(StatusLog);
+    PostMessageW(held, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(4, 4));
     EXPECT_TRUE(holder.Settle());
     std::atomic<size_t> flooded = 0;
     std::thread flood([&] {
@@ -249,6 +288,9 @@ TEST(Producer, StartStopAndClose) {
     });
     EXPECT_TRUE(WaitFor([&] { return flooded > PRODUCER_OUTPUT_BACKLOG / 2; }));
     EXPECT_LT(flooded, PRODUCER_OUTPUT_BACKLOG + 65536) << "read on past the room";
+    Send(held, WM_CANCELMODE);
+    EXPECT_TRUE(WaitFor([&] { return flooded > 4 * PRODUCER_OUTPUT_BACKLOG; })) << "held after the drag";
+
     ULONGLONG closing = GetTickCount64();
     if (!holder.Close(&exitCode)) {
         TerminateProcess(holder.process.hProcess, 1); // so that the pipe breaks for the flood to end

@@ -1,12 +1,17 @@
 // Rules that are cheap to reach directly and costly to reach through the window.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <thread>
+
 #include "diagnostics/failure.h"
+#include "launcher/control_ids.h"
 #include "launcher/control_panel.h"
 #include "launcher/launcher_state.h"
 #include "launcher/paths.h"
 #include "launcher/status_pane.h"
 #include "producer/command_line.h"
+#include "producer/output_pump.h"
 #include "tests/driver/driver.h"
 
 using driver::Utf8;
@@ -107,4 +112,34 @@ TEST(Rules, ThePaneDropsWholeOldestLinesInGenerousSlices) {
             << Utf8(c.pane + L"|" + c.incoming) << " capacity " << c.capacity;
     }
     EXPECT_EQ(CountLineEnds(L"a\r\r\n\n\r\nb\r"), 2u);
+}
+
+// The reader as the launcher runs it, on a pipe in message mode: there a write of nothing reaches the
+// reader as on Windows, where Wine's anonymous pipes drop it. Then what waits goes to the pane in parts.
+TEST(Rules, ReaderReadsPastEmptyWritesAndHandsOnWholeLinesInParts) {
+    g_launcher.mainWindow =
+        CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr);
+    PrepareProducerOutput();
+    const wchar_t* name = L"\\\\.\\pipe\\veloquin-reader-test";
+    HANDLE read = CreateNamedPipeW(name, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE, 1, 4096, 4096, 0, nullptr);
+    HANDLE write = CreateFileW(name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE gone = CreateEventW(nullptr, TRUE, TRUE, nullptr); // the producer's process, ended
+    std::thread reader(PumpProducerOutput, read, gone);
+    for (std::string bytes : {"alpha\n", "", "zero[#]\nend#\n", "", "beta"}) {
+        std::replace(bytes.begin(), bytes.end(), '#', '\0');
+        DWORD written = 0;
+        ASSERT_TRUE(WriteFile(write, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
+    }
+    CloseHandle(write);
+    reader.join();
+    // Whole lines up to the limit, or a longer line whole.
+    const std::tuple<size_t, std::wstring, bool> takes[] = {
+        {14, L"alpha\r\n", true}, {3, L"zero[ ]\r\n", true}, {99, L"end \r\nbeta\r\n", false}};
+    for (auto [limit, text, more] : takes) {
+        bool left = !more;
+        EXPECT_EQ(TakeProducerOutput(limit, &left), text);
+        EXPECT_EQ(left, more);
+    }
+    MSG exited = {};
+    EXPECT_TRUE(PeekMessageW(&exited, nullptr, WM_APP_PRODUCER_EXITED, WM_APP_PRODUCER_EXITED, PM_REMOVE));
 }
