@@ -234,7 +234,8 @@ void Flood(const driver::Launcher& launcher, double ceiling) {
 }
 
 // While a producer floods without end: how long the window takes to answer a message sent from another
-// process, 20 looks 100 ms apart after 2 s of flood, and the time from Stop to "Producer stopped.".
+// process, 40 looks after 2 s of flood, and the time from Stop to "Producer stopped.". The looks are 100
+// to 150 ms apart at random: at a fixed spacing they fall in step with the window's own rhythm.
 void Responsiveness(const driver::Launcher& launcher, int round) {
     if (!Start(launcher, "endless")) {
         std::printf("endless flood: the producer did not start\n");
@@ -242,7 +243,7 @@ void Responsiveness(const driver::Launcher& launcher, int round) {
     }
     Sleep(2000);
     std::vector<double> answers;
-    for (int look = 0; look < 20; ++look, Sleep(100)) {
+    for (int look = 0; look < 40; ++look, Sleep(100 + std::rand() % 51)) {
         double sent = Now();
         driver::Send(launcher.window, WM_NULL);
         answers.push_back(1000 * (Now() - sent));
