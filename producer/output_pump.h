@@ -20,8 +20,8 @@ inline constexpr size_t PRODUCER_OUTPUT_BACKLOG = 256 * 1024;
 inline constexpr size_t PRODUCER_OUTPUT_UPDATE = 64 * 1024;
 
 // Text on its way from the reader to the UI thread, without a lock: the reader pushes one batch per
-// read and wakes the UI thread with WM_APP_PRODUCER_OUTPUT unless a wake is pending. The wake stays
-// pending while the UI thread still has output to show; it then goes on by itself.
+// read and wakes the UI thread with WM_APP_PRODUCER_OUTPUT unless a wake is pending. The wake counts
+// as pending while the UI thread still has output to show, which its own timer then brings.
 struct ProducerOutput {
     SLIST_HEADER batches = {}; // newest first
     std::atomic<size_t> waiting{0};
