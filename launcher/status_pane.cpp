@@ -111,8 +111,9 @@ void AppendStatusText(const std::wstring& text, bool moreFollows) {
     // Following with nothing selected, the caret goes to the end, as in a terminal. Otherwise the
     // selection comes back, and the view goes to the end or back to where it was.
     bool restore = !follow || selected;
-    // No step of the update is drawn. The edit control passes WM_SETREDRAW on to the default procedure
-    // on Windows and swallows it under Wine, where drawing every step cost more than the update itself.
+    // No step of the update is drawn: the default procedure's WM_SETREDRAW takes WS_VISIBLE away while
+    // the pane stays on the screen. Called directly, since Wine's edit control swallows the message, and
+    // there drawing every step cost more than the update itself.
     DefWindowProcW(pane, WM_SETREDRAW, FALSE, 0);
     if (removed > 0) {
         LRESULT firstChar = Send(pane, EM_LINEINDEX, static_cast<WPARAM>(first));
