@@ -290,7 +290,6 @@ TEST(Producer, StartStopAndClose) {
     EXPECT_LT(flooded, PRODUCER_OUTPUT_BACKLOG + 65536) << "read on past the room";
     Send(held, WM_CANCELMODE);
     EXPECT_TRUE(WaitFor([&] { return flooded > 4 * PRODUCER_OUTPUT_BACKLOG; })) << "held after the drag";
-
     ULONGLONG closing = GetTickCount64();
     if (!holder.Close(&exitCode)) {
         TerminateProcess(holder.process.hProcess, 1); // so that the pipe breaks for the flood to end
