@@ -40,7 +40,10 @@ void HandOn(ProducerOutput& output, std::wstring&& text) {
 // Where an update of at most `limit` characters ends: after its last whole line, or after the first line
 // if that alone is longer.
 size_t UpdateEnd(std::wstring_view text, size_t limit) {
-    size_t feed = text.size() <= limit ? text.size() - 1 : text.rfind(L'\n', limit - 1);
+    if (text.size() <= limit) {
+        return text.size();
+    }
+    size_t feed = text.rfind(L'\n', limit - 1);
     if (feed == std::wstring_view::npos) {
         feed = text.find(L'\n');
     }
