@@ -47,8 +47,9 @@ std::string FloodLine(size_t number) {
 }
 
 // The producer's side: "flood N" prints N lines in 64 KiB writes; "endless" prints 1,000 lines a write
-// until it is ended; "latency N" prints N lines of the same length at 500 a second and then writes
-// down when it wrote each.
+// until it is ended; "steady" fills the pane, then prints a short line about every millisecond until it
+// is ended; "latency N" prints N lines of the same length at 500 a second and then writes down when it
+// wrote each.
 int Produce() {
     HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
     std::string mode = driver::Read(driver::fs::path(driver::Variable(L"VQTEST_DIR")) / L"mode.txt");
@@ -59,6 +60,17 @@ int Produce() {
             thousand += FloodLine(i);
         }
         while (WriteAll(out, thousand)) {
+        }
+        return 0;
+    }
+    if (mode == "steady") {
+        std::string fill;
+        for (size_t i = 1; i <= 20000; ++i) {
+            fill += "fill " + std::to_string(i) + "\n";
+        }
+        WriteAll(out, fill);
+        for (size_t i = 1; WriteAll(out, "tick " + std::to_string(i) + "\n"); ++i) {
+            Sleep(1);
         }
         return 0;
     }
@@ -233,6 +245,21 @@ void Flood(const driver::Launcher& launcher, double ceiling) {
         driver::Text(launcher.Item(driver::StatusLog)).size());
 }
 
+// A real click on Stop, through the input queue as the user's own, until Start is enabled again.
+std::string ClickStop(const driver::Launcher& launcher) {
+    double stop = Now();
+    if (!launcher.Click(driver::StopProducer)) {
+        return "the click could not be sent";
+    }
+    while (!launcher.Idle() && Now() - stop < 60) {
+        Sleep(1);
+    }
+    char text[96];
+    std::snprintf(text, sizeof(text), "a real click on Stop until Start is enabled: %.0f ms",
+                  1000 * (Now() - stop));
+    return text;
+}
+
 // While a producer floods without end: how long the window takes to answer a message sent from another
 // process, 40 looks after 2 s of flood, and the time from Stop to "Producer stopped.". The looks are 100
 // to 150 ms apart at random: at a fixed spacing they fall in step with the window's own rhythm.
@@ -248,15 +275,47 @@ void Responsiveness(const driver::Launcher& launcher, int round) {
         driver::Send(launcher.window, WM_NULL);
         answers.push_back(1000 * (Now() - sent));
     }
-    double stop = Now();
-    launcher.Press(driver::StopProducer);
-    while (!launcher.Idle() && Now() - stop < 60) {
-        Sleep(1);
-    }
-    std::printf("endless flood, round %d: the window answers in median %.1f ms, worst %.1f ms; Stop to "
-                "\"Producer stopped.\" %.0f ms\n",
+    std::printf("endless flood, round %d: the window answers a sent message in median %.1f ms, worst %.1f "
+                "ms; %s\n",
                 round, Median(answers), *std::max_element(answers.begin(), answers.end()),
-                1000 * (Now() - stop));
+                ClickStop(launcher).c_str());
+}
+
+// Steady output into a full pane, a short line about every millisecond: how often the pane's pixels on the
+// screen change (looks every 20 ms for 3 s), how long the window takes to answer a sent message, and a
+// real click on Stop.
+void Steady(const driver::Launcher& launcher, int round) {
+    if (!Start(launcher, "steady") ||
+        !driver::WaitFor([&] { return launcher.Last().rfind(L"tick ", 0) == 0; })) {
+        std::printf("steady output: the producer did not start\n");
+        return;
+    }
+    HWND pane = launcher.Item(driver::StatusLog);
+    std::vector<DWORD> seen = driver::Pixels(pane);
+    int changes = 0, looks = 150;
+    double start = Now(), changed = start, longest = 0;
+    for (int look = 0; look < looks; ++look) {
+        Sleep(20);
+        std::vector<DWORD> now = driver::Pixels(pane);
+        if (now != seen) {
+            ++changes;
+            longest = std::max(longest, Now() - changed);
+            changed = Now();
+            seen.swap(now);
+        }
+    }
+    longest = std::max(longest, Now() - changed);
+    std::vector<double> answers;
+    for (int look = 0; look < 20; ++look, Sleep(100 + std::rand() % 51)) {
+        double sent = Now();
+        driver::Send(launcher.window, WM_NULL);
+        answers.push_back(1000 * (Now() - sent));
+    }
+    std::printf(
+        "steady output into a full pane, round %d: the pane changed on %d of %d looks, at most %.0f ms "
+        "apart; the window answers a sent message in median %.1f ms, worst %.1f ms; %s\n",
+        round, changes, looks, 1000 * longest, Median(answers),
+        *std::max_element(answers.begin(), answers.end()), ClickStop(launcher).c_str());
 }
 
 } // namespace
@@ -291,6 +350,8 @@ int wmain(int argc, wchar_t** argv) {
     Latency(launcher, "into a full pane");
     Responsiveness(launcher, 1);
     Responsiveness(launcher, 2);
+    Steady(launcher, 1);
+    Steady(launcher, 2);
     DWORD exitCode = 0;
     launcher.Close(&exitCode);
     std::printf("bench run: %.0f s\n", Now() - whole);

@@ -121,6 +121,37 @@ bool Launcher::Close(DWORD* exitCode) {
            GetExitCodeProcess(process.hProcess, exitCode);
 }
 
+bool Launcher::Click(int id) const {
+    RECT rect = {};
+    GetWindowRect(Item(id), &rect);
+    INPUT inputs[2] = {};
+    for (INPUT& input : inputs) {
+        input.type = INPUT_MOUSE;
+    }
+    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
+    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
+    return SetCursorPos((rect.left + rect.right) / 2, (rect.top + rect.bottom) / 2) &&
+           SendInput(2, inputs, sizeof(INPUT)) == 2;
+}
+
+std::vector<DWORD> Pixels(HWND window) {
+    RECT rect = {};
+    GetWindowRect(window, &rect);
+    int width = rect.right - rect.left, height = rect.bottom - rect.top;
+    HDC screen = GetDC(nullptr), memory = CreateCompatibleDC(screen);
+    HBITMAP bitmap = CreateCompatibleBitmap(screen, width, height);
+    HGDIOBJ old = SelectObject(memory, bitmap);
+    BitBlt(memory, 0, 0, width, height, screen, rect.left, rect.top, SRCCOPY);
+    SelectObject(memory, old);
+    BITMAPINFO info = {{sizeof(BITMAPINFOHEADER), width, -height, 1, 32, BI_RGB, 0, 0, 0, 0, 0}, {}};
+    std::vector<DWORD> pixels(static_cast<size_t>(width) * static_cast<size_t>(height));
+    GetDIBits(memory, bitmap, 0, static_cast<UINT>(height), pixels.data(), &info, DIB_RGB_COLORS);
+    DeleteObject(bitmap);
+    DeleteDC(memory);
+    ReleaseDC(nullptr, screen);
+    return pixels;
+}
+
 bool Alive(DWORD pid) {
     HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, pid);
     DWORD waited = process != nullptr ? WaitForSingleObject(process, 0) : WAIT_FAILED;

@@ -51,6 +51,9 @@ struct Launcher {
     bool Idle() const { return Enabled(StartProducer) && !Enabled(StopProducer) && Enabled(Refresh); }
     bool Running() const { return !Enabled(StartProducer) && Enabled(StopProducer) && Enabled(Refresh); }
     bool Close(DWORD* exitCode);
+    // A click of the real mouse in the middle of the control (SendInput), which waits its turn in the
+    // queue as the user's would; true once the input is in.
+    bool Click(int id) const;
 
   private:
     static bool Handled(HWND to, UINT message, WPARAM wParam) {
@@ -60,6 +63,8 @@ struct Launcher {
     }
 };
 
+// The window's pixels as they stand on the screen.
+std::vector<DWORD> Pixels(HWND window);
 bool Alive(DWORD pid);
 // The variable's value in this process's environment; empty when it has none.
 std::wstring Variable(const wchar_t* name);
