@@ -34,8 +34,11 @@ struct LauncherState {
     bool outputTimerRuns = false;
     // Lines ended by CR LF in the pane.
     size_t statusPaneLines = 0;
-    // When the pane was last drawn afresh.
+    // When the pane was last drawn afresh, and whether it shows less than it holds.
     ULONGLONG statusPaneDrawn = 0;
+    bool statusPaneOwed = false;
+    // The child that had the focus when the window was last deactivated, given back on activation.
+    HWND focusBack = nullptr;
 };
 
 extern LauncherState g_launcher;

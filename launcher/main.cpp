@@ -56,11 +56,14 @@ static void NTAPI RestrictLoading(PVOID, DWORD reason, PVOID) {
 
 // Ahead of the C runtime's own TLS callbacks (.CRT$XLC and later).
 #if defined(_MSC_VER)
+#if !defined(_M_X64)
+#error "x64 only: an x86 build names the TLS directory __tls_used, and these names no longer match."
+#endif
 #pragma comment(linker, "/INCLUDE:_tls_used")
 #pragma comment(linker, "/INCLUDE:restrictLoadingCallback")
-#pragma const_seg(".CRT$XLB")
-extern "C" const PIMAGE_TLS_CALLBACK restrictLoadingCallback = RestrictLoading;
-#pragma const_seg()
+#pragma section(".CRT$XLB", long, read)
+extern "C" __declspec(allocate(".CRT$XLB")) const PIMAGE_TLS_CALLBACK restrictLoadingCallback =
+    RestrictLoading;
 #else
 extern "C" __attribute__((section(".CRT$XLB"), used)) const PIMAGE_TLS_CALLBACK restrictLoadingCallback =
     RestrictLoading;

@@ -71,6 +71,24 @@ static void OnStatusLine(LPARAM lParam) {
     }
 }
 
+// The default procedure would give the focus to the window itself, where no keystroke reaches a control
+// and a selection in the pane goes grey; so the window keeps the child that had it, as a dialog does.
+// True when the focus has been given back.
+static bool OnActivate(HWND window, WPARAM wParam) {
+    if (LOWORD(wParam) == WA_INACTIVE) {
+        HWND focus = GetFocus();
+        if (focus != nullptr) {
+            g_launcher.focusBack = IsChild(window, focus) ? focus : nullptr;
+        }
+        return false;
+    }
+    if (HIWORD(wParam) != 0 || g_launcher.focusBack == nullptr || !IsWindow(g_launcher.focusBack)) {
+        return false; // minimised, or nothing kept
+    }
+    SetFocus(g_launcher.focusBack);
+    return true;
+}
+
 static void OnDestroy() {
     if (g_launcher.font != nullptr) {
         DeleteObject(g_launcher.font);
@@ -90,13 +108,18 @@ LRESULT CALLBACK MainWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM
         OnStatusLine(lParam);
         return 0;
     case WM_APP_PRODUCER_OUTPUT:
-        OnProducerOutput();
+        OnProducerWake();
         return 0;
     case WM_TIMER:
         if (wParam == OUTPUT_TIMER_ID) {
-            OnProducerOutput();
+            OnOutputTick();
         }
         return 0;
+    case WM_ACTIVATE:
+        if (OnActivate(window, wParam)) {
+            return 0;
+        }
+        return DefWindowProcW(window, message, wParam, lParam);
     case WM_APP_PRODUCER_EXITED:
         OnProducerExited();
         return 0;

@@ -86,9 +86,10 @@ void AppendStatusLine(const std::wstring& text) {
     AppendStatusText(line);
 }
 
-void AppendStatusText(const std::wstring& text, bool moreFollows) {
+void AppendStatusText(const std::wstring& text, bool steady) {
     HWND pane = g_launcher.statusPane;
     if (pane == nullptr || text.empty()) {
+        DrawStatusPane(steady);
         return;
     }
     size_t length = static_cast<size_t>(GetWindowTextLengthW(pane)), lines = CountLineEnds(text);
@@ -97,7 +98,9 @@ void AppendStatusText(const std::wstring& text, bool moreFollows) {
     Send(pane, EM_GETSEL, reinterpret_cast<WPARAM>(&selStart), reinterpret_cast<LPARAM>(&selEnd));
     LRESULT first = Send(pane, EM_GETFIRSTVISIBLELINE);
     bool selected = selStart != selEnd;
-    bool follow = IsEndInView(pane, first) && !(selected && GetFocus() == pane);
+    // In the background the thread has no focus; the window gives back the one it kept.
+    HWND focus = GetFocus() != nullptr ? GetFocus() : g_launcher.focusBack;
+    bool follow = IsEndInView(pane, first) && !(selected && focus == pane);
     size_t cut = 0;
     if (length + text.size() > STATUS_PANE_CAPACITY ||
         g_launcher.statusPaneLines + lines > STATUS_PANE_LINE_CAPACITY) {
@@ -113,7 +116,9 @@ void AppendStatusText(const std::wstring& text, bool moreFollows) {
     bool restore = !follow || selected;
     // No step of the update is drawn: the default procedure's WM_SETREDRAW takes WS_VISIBLE away while
     // the pane stays on the screen. Called directly, since Wine's edit control swallows the message, and
-    // there drawing every step cost more than the update itself.
+    // there drawing every step cost more than the update itself. It also validates the pane: a paint
+    // still waiting (a scroll of the user's, an uncovered part) is owed from here on.
+    g_launcher.statusPaneOwed = true;
     DefWindowProcW(pane, WM_SETREDRAW, FALSE, 0);
     if (removed > 0) {
         LRESULT firstChar = Send(pane, EM_LINEINDEX, static_cast<WPARAM>(first));
@@ -143,12 +148,25 @@ void AppendStatusText(const std::wstring& text, bool moreFollows) {
         view();
     }
     DefWindowProcW(pane, WM_SETREDRAW, TRUE, 0);
-    // Drawn afresh, at a steady rate while more output follows at once, as a terminal draws.
+    DrawStatusPane(steady);
+}
+
+// Painted before returning: a paint only asked for would wait behind the next update, whose WM_SETREDRAW
+// would throw it away.
+void DrawStatusPane(bool steady) {
     ULONGLONG now = GetTickCount64();
-    if (!moreFollows || now - g_launcher.statusPaneDrawn >= STATUS_PANE_DRAW_MS) {
-        RedrawWindow(pane, nullptr, nullptr, RDW_ERASE | RDW_FRAME | RDW_INVALIDATE);
-        g_launcher.statusPaneDrawn = now;
+    if (g_launcher.statusPane == nullptr || !g_launcher.statusPaneOwed ||
+        (steady && now - g_launcher.statusPaneDrawn < STATUS_PANE_DRAW_MS)) {
+        return;
     }
+    RedrawWindow(g_launcher.statusPane, nullptr, nullptr,
+                 RDW_ERASE | RDW_FRAME | RDW_INVALIDATE | RDW_UPDATENOW);
+    g_launcher.statusPaneDrawn = now;
+    g_launcher.statusPaneOwed = false;
+}
+
+bool IsStatusPaneDrawOwed() {
+    return g_launcher.statusPaneOwed;
 }
 
 void ShowStatusPaneEnd() {

@@ -30,10 +30,14 @@ template <typename Char> void AddPaneLine(std::wstring& text, const Char* line, 
 }
 
 // UI thread: adds text made by AddPaneLine at the end, dropping the oldest lines past the capacity.
-// Follows the output while the end is in view, unless a selection holds it in a focused pane, where the
-// user sees it; otherwise the view stays on its text. A selection always stays on its text. While more
-// output follows at once, the pane is drawn at most every STATUS_PANE_DRAW_MS.
-void AppendStatusText(const std::wstring& text, bool moreFollows = false);
+// Follows the output while the end is in view, unless a selection holds it in the pane that has, or will
+// get back, the focus; otherwise the view stays on its text. A selection always stays on its text.
+// Drawn at once, or with `steady` (the producer's output as it flows) at most every STATUS_PANE_DRAW_MS:
+// the drawing then owed is left to DrawStatusPane.
+void AppendStatusText(const std::wstring& text, bool steady = false);
+// Draws what is owed: at once, or with `steady` once STATUS_PANE_DRAW_MS has passed since the last time.
+void DrawStatusPane(bool steady);
+bool IsStatusPaneDrawOwed();
 // UI thread: scrolls the end into view, leaving a selection where it is.
 void ShowStatusPaneEnd();
 // While the user drags a selection in the pane, new text would turn its anchor.

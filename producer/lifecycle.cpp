@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "diagnostics/failure.h"
+#include "launcher/control_ids.h"
 #include "launcher/launcher_state.h"
 #include "launcher/main_window.h"
 #include "launcher/paths.h"
@@ -18,9 +19,9 @@ namespace {
 
 // How long closing the window waits for the reader before it stops waiting on a stuck pipe.
 constexpr DWORD READER_CLOSE_WAIT_MS = 5000;
-// While output waits to be shown, or a drag in the pane holds it, the next update comes from this
-// timer: its message comes after input, painting and every other message, so a flood of output can't
-// crowd them out, and a hold ends within a tick however the drag ended, even by a sent message.
+// Output shows from this timer while it flows, and while a drag in the pane holds it: the timer's
+// message comes after input and painting, so that they have their turn between any two updates however
+// fast the producer writes, and a hold ends within a tick however the drag ended, even by a sent message.
 constexpr UINT OUTPUT_TIMER_MS = 10;
 
 struct ReaderArguments {
@@ -65,16 +66,41 @@ void CloseAndClear(HANDLE& handle) {
     }
 }
 
-// Set once and left running, so that an update that took longer than a tick is followed at once.
+// Left running while output flows, so that an update that took longer than a tick is followed at once.
 void RunOutputTimer(bool run) {
-    if (run != g_launcher.outputTimerRuns) {
-        if (run) {
-            SetTimer(g_launcher.mainWindow, OUTPUT_TIMER_ID, OUTPUT_TIMER_MS, nullptr);
-        } else {
-            KillTimer(g_launcher.mainWindow, OUTPUT_TIMER_ID);
-        }
-        g_launcher.outputTimerRuns = run;
+    if (run == g_launcher.outputTimerRuns) {
+        return;
     }
+    if (!run) {
+        KillTimer(g_launcher.mainWindow, OUTPUT_TIMER_ID);
+        g_launcher.outputTimerRuns = false;
+        return;
+    }
+    g_launcher.outputTimerRuns =
+        SetTimer(g_launcher.mainWindow, OUTPUT_TIMER_ID, OUTPUT_TIMER_MS, nullptr) != 0;
+    if (!g_launcher.outputTimerRuns) {
+        // Without it the output still comes, from a wake: one of our own, or while a drag holds the
+        // output, the reader's next. Each update tries the timer again.
+        if (IsStatusPaneDragged() || !PostMessageW(g_launcher.mainWindow, WM_APP_PRODUCER_OUTPUT, 0, 0)) {
+            g_launcher.producerOutput.wakePending.store(false);
+        }
+    }
+}
+
+// The next part of the waiting output into the pane, unless the user drags a selection there: then what
+// is owed is drawn, so that the user drags over the text the control hit-tests. The timer stops after a
+// tick that found nothing to do.
+void UpdateFromOutput() {
+    bool busy = true;
+    if (IsStatusPaneDragged()) {
+        DrawStatusPane(false);
+    } else {
+        bool more = false;
+        std::wstring text = TakeProducerOutput(PRODUCER_OUTPUT_UPDATE, &more);
+        AppendStatusText(text, true);
+        busy = more || !text.empty() || IsStatusPaneDrawOwed();
+    }
+    RunOutputTimer(busy);
 }
 
 } // namespace
@@ -191,13 +217,16 @@ void CleanupProducer() {
     CloseAndClear(g_launcher.producerJob);
 }
 
-void OnProducerOutput() {
-    bool more = true;
-    if (!IsStatusPaneDragged()) {
-        std::wstring text = TakeProducerOutput(PRODUCER_OUTPUT_UPDATE, &more);
-        AppendStatusText(text, more);
+void OnProducerWake() {
+    // While the timer runs, its next tick takes the output. After a quiet spell the first output shows at
+    // once.
+    if (!g_launcher.outputTimerRuns) {
+        UpdateFromOutput();
     }
-    RunOutputTimer(more);
+}
+
+void OnOutputTick() {
+    UpdateFromOutput();
 }
 
 void OnProducerExited() {

@@ -9,9 +9,9 @@ void OnStartProducerCommand();
 void OnStopProducerCommand();
 // Joins the reader, then closes the pipe, the process and the job.
 void CleanupProducer();
-// The reader's wake and its timer: the next part of the waiting output into the pane, unless the
-// user drags a selection there.
-void OnProducerOutput();
+// The reader's wake, and the timer that brings the output while it flows.
+void OnProducerWake();
+void OnOutputTick();
 // The exit message from the reader: the last output, then back to idle.
 void OnProducerExited();
 // Before the window goes: ends a running producer with everything it started, and joins the reader.
