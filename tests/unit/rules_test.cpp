@@ -115,13 +115,16 @@ TEST(Rules, ThePaneDropsWholeOldestLinesInGenerousSlices) {
 }
 
 // The reader as the launcher runs it, on a pipe in message mode: there a write of nothing reaches the
-// reader as on Windows, where Wine's anonymous pipes drop it. Then what waits goes to the pane in parts.
+// reader as on Windows, where Wine's anonymous pipes drop it; read in message mode too, each read takes
+// one write, so the reader meets every write of nothing, whenever it reads. Then what waits goes to the
+// pane in parts.
 TEST(Rules, ReaderReadsPastEmptyWritesAndHandsOnWholeLinesInParts) {
     g_launcher.mainWindow =
         CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr);
     PrepareProducerOutput();
     const wchar_t* name = L"\\\\.\\pipe\\veloquin-reader-test";
-    HANDLE read = CreateNamedPipeW(name, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE, 1, 4096, 4096, 0, nullptr);
+    HANDLE read = CreateNamedPipeW(name, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 1,
+                                   4096, 4096, 0, nullptr);
     HANDLE write = CreateFileW(name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     HANDLE gone = CreateEventW(nullptr, TRUE, TRUE, nullptr); // the producer's process, ended
     std::thread reader(PumpProducerOutput, read, gone);
