@@ -253,6 +253,45 @@ TEST(Producer, StartStopAndClose) {
     Send(log, EM_LINESCROLL, 0, -1000);
     ASSERT_TRUE(launcher.Press(Refresh) && launcher.Settle());
     EXPECT_TRUE(launcher.Last() == L"Found 3 camera device(s)." && endShown());
+    // Steady output into the full pane, a numbered line about every millisecond: the pane is drawn while
+    // it comes, though each update is made with drawing off.
+    std::atomic<bool> steady = true;
+    std::thread ticks([&] {
+        DWORD done = 0;
+        for (int i = 0; steady && WriteFile(shared, ("tick " + std::to_string(i) + "\n").c_str(),
+                                            static_cast<DWORD>(std::to_string(i).size() + 6), &done, nullptr);
+             ++i) {
+            Sleep(1);
+        }
+    });
+    for (int look = 0; look < 3; ++look) {
+        std::vector<DWORD> seen = Pixels(log);
+        EXPECT_TRUE(WaitFor([&] { return Pixels(log) != seen; })) << "the pane is not drawn";
+    }
+    steady = false;
+    ticks.join();
+    // In the background the launcher keeps the pane's focus for its return, and with it a selection holds
+    // the view.
+    PostMessageW(log, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(4, 4));
+    PostMessageW(log, WM_LBUTTONUP, 0, MAKELPARAM(4, 4));
+    ASSERT_TRUE(launcher.Settle());
+    text = Text(log);
+    Send(log, EM_SETSEL, text.rfind(L"tick"), text.size());
+    HWND other = CreateWindowExW(0, L"STATIC", L"other", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 200, 100,
+                                 nullptr, nullptr, nullptr, nullptr);
+    ASSERT_TRUE(SetForegroundWindow(other) && WaitFor([&] { return GetForegroundWindow() == other; }));
+    before = view();
+    row = Send(log, EM_GETFIRSTVISIBLELINE);
+    ASSERT_TRUE(endShown() && print("background ", 40));
+    EXPECT_EQ(view(), before) << "the view left a selection made before the user switched away";
+    EXPECT_EQ(Send(log, EM_GETFIRSTVISIBLELINE), row);
+    GUITHREADINFO thread = {sizeof(thread), 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, {}};
+    ASSERT_TRUE(SetForegroundWindow(launcher.window) && WaitFor([&] {
+                    return GetGUIThreadInfo(launcher.process.dwThreadId, &thread) &&
+                           thread.hwndActive == launcher.window;
+                }));
+    EXPECT_EQ(thread.hwndFocus, log) << "the focus did not come back to the pane";
+    DestroyWindow(other);
     // Output that a drag holds when the producer ends shows before its end.
     PostMessageW(log, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(4, 4));
     ASSERT_TRUE(launcher.Settle() && print("held ", 3, 0, false));
