@@ -25,8 +25,8 @@ using driver::Utf8;
 
 // Empty, so that nothing is read or written, outside a test.
 std::wstring TestFile(const wchar_t* name) {
-    const wchar_t* folder = _wgetenv(L"VQTEST_DIR");
-    return folder == nullptr ? L"" : folder + (L"\\" + std::wstring(name));
+    std::wstring folder = driver::Variable(L"VQTEST_DIR");
+    return folder.empty() ? L"" : folder + L"\\" + name;
 }
 
 std::wstring GuidText(const GUID& guid) {

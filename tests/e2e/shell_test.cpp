@@ -150,9 +150,11 @@ TEST(Shell, ExecutableAsksForAdministratorAndCarriesItsIconAndVersion) {
         EXPECT_EQ(value(name), expected) << Utf8(name);
     }
     VS_FIXEDFILEINFO* fixed = nullptr;
-    UINT size = 0, major = 0, minor = 0, patch = 0;
+    UINT size = 0;
     ASSERT_TRUE(VerQueryValueW(info.data(), L"\\", reinterpret_cast<void**>(&fixed), &size));
-    swscanf(version.c_str(), L"%u.%u.%u", &major, &minor, &patch);
+    wchar_t* end = nullptr;
+    DWORD major = std::wcstoul(version.c_str(), &end, 10), minor = std::wcstoul(end + 1, &end, 10),
+          patch = std::wcstoul(end + 1, &end, 10);
     const DWORD high = major << 16 | minor, low = patch << 16;
     EXPECT_EQ(std::make_tuple(fixed->dwFileVersionMS, fixed->dwFileVersionLS, fixed->dwProductVersionMS,
                               fixed->dwProductVersionLS),
