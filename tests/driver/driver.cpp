@@ -121,19 +121,6 @@ bool Launcher::Close(DWORD* exitCode) {
            GetExitCodeProcess(process.hProcess, exitCode);
 }
 
-bool Launcher::Click(int id) const {
-    RECT rect = {};
-    GetWindowRect(Item(id), &rect);
-    INPUT inputs[2] = {};
-    for (INPUT& input : inputs) {
-        input.type = INPUT_MOUSE;
-    }
-    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
-    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
-    return SetCursorPos((rect.left + rect.right) / 2, (rect.top + rect.bottom) / 2) &&
-           SendInput(2, inputs, sizeof(INPUT)) == 2;
-}
-
 std::vector<DWORD> Pixels(HWND window) {
     RECT rect = {};
     GetWindowRect(window, &rect);

@@ -51,9 +51,6 @@ struct Launcher {
     bool Idle() const { return Enabled(StartProducer) && !Enabled(StopProducer) && Enabled(Refresh); }
     bool Running() const { return !Enabled(StartProducer) && Enabled(StopProducer) && Enabled(Refresh); }
     bool Close(DWORD* exitCode);
-    // A click of the real mouse in the middle of the control (SendInput), which waits its turn in the
-    // queue as the user's would; true once the input is in.
-    bool Click(int id) const;
 
   private:
     static bool Handled(HWND to, UINT message, WPARAM wParam) {
