@@ -23,6 +23,19 @@ build_all() {
     cmake --build "$build"
 }
 
+# The version of the project() line in CMakeLists.txt, the one place it is set.
+project_version() {
+    sed -n 's/^project(VeloquinLauncher VERSION \([0-9][0-9.]*\)[ )].*/\1/p' "$root/CMakeLists.txt"
+}
+
+# Builds the MSI from resources/veloquin.wxs: make_msi VERSION FOLDER OUT.msi, where FOLDER holds the launcher,
+# the media source and the producer under their release names. wixl finds the files only beside the source.
+make_msi() {
+    local version=$1 folder=$2 msi=$3
+    cp "$root/resources/veloquin.wxs" "$root/resources/app.ico" "$folder/"
+    wixl -a x64 -D Version="$version" -o "$msi" "$folder/veloquin.wxs"
+}
+
 export WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml="
 

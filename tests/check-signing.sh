@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# A signed release must carry a SHA-256 Authenticode signature by the certificate it was given, one that Windows would
-# reject once a byte of the code changes; an unsigned release must stay reproducible to the byte.
+# A signed release must carry SHA-256 Authenticode signatures by the certificate it was given, on the launcher and on
+# the MSI that installs that same signed launcher, and Windows must reject the launcher's once a byte of its code
+# changes; an unsigned release must stay reproducible to the byte.
 # Usage: bash tests/check-signing.sh <build-folder>
 set -euo pipefail
 [ $# -eq 1 ] || { echo "usage: $0 <build-folder>" >&2; exit 2; }
 scratch="$(cd "$1" && pwd)/scratch/signing"
 source "$(dirname "$0")/../scripts/lib.sh"
-packages=(openssl osslsigncode unzip binutils-mingw-w64-x86-64)
+packages=(openssl osslsigncode unzip binutils-mingw-w64-x86-64 msitools)
 ensure_packages
 
 rm -rf "$scratch"
@@ -47,8 +48,9 @@ printf '#!/bin/sh\nprintf "%%s\\n" "$@" >>"%s"\nexec %s "$@"\n' "$scratch/osslsi
     "$(command -v osslsigncode)" >shim/osslsigncode
 chmod +x shim/osslsigncode
 
-if VELOQUIN_SIGN_PASSWORD=$password PATH="$scratch/shim:$PATH" \
-        "$root/scripts/package" --sign signer.pfx --out "$scratch/signed" >signed.out 2>signed.err; then
+if VELOQUIN_SIGN_PASSWORD=$password PATH="$scratch/shim:$PATH" "$root/scripts/package" --sign signer.pfx \
+        --media-source "$build/bin/standin_system.dll" --producer "$build/bin/standin_producer.exe" \
+        --out "$scratch/signed" >signed.out 2>signed.err; then
     ok "package --sign exited 0"
 else
     fail "package --sign failed: $(reason signed.err)"
@@ -92,6 +94,20 @@ if grep -q 'Text description: Veloquin Launcher$' verify.out; then
     ok "signature describes the content as Veloquin Launcher"
 else
     fail "signature lacks the description Veloquin Launcher"
+fi
+
+msi="$scratch/signed/veloquin-$(project_version)-x64.msi"
+if verify "$msi" >verify-msi.out 2>&1 &&
+   [ "$(sed -n 's/^[[:space:]]*Message digest algorithm[[:space:]]*:[[:space:]]*//p' verify-msi.out | sort -u)" = SHA256 ]; then
+    ok "the MSI's signature verifies against the throwaway certificate, SHA-256 throughout"
+else
+    fail "the MSI's signature does not verify, or is not SHA-256 throughout: $(why_unverified verify-msi.out)"
+fi
+if msiextract -C installed "$msi" >/dev/null 2>msiextract.err && [ -f "$exe" ] &&
+   cmp -s installed/*/veloquin_launcher.exe "$exe"; then
+    ok "the MSI installs the signed launcher"
+else
+    fail "the MSI's launcher is not the signed one of the zip: $(reason msiextract.err)"
 fi
 
 # Flip every bit of the byte in the middle of the code, so that the change cannot leave it as it was.

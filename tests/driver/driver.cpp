@@ -43,10 +43,12 @@ Launcher::~Launcher() {
     }
 }
 
-bool Launcher::Start(const fs::path& folder, bool limited) {
+bool Launcher::Start(const fs::path& folder, bool limited, bool installed) {
     fs::path exe = folder / L"veloquin_launcher.exe";
-    fs::remove(exe); // rather than overwrite: MinGW's copy_file takes every file of a drive for the same
-    fs::copy_file(BinFolder() / exe.filename(), exe);
+    if (!installed) {
+        fs::remove(exe); // rather than overwrite: MinGW's copy_file takes every file of a drive for the same
+        fs::copy_file(BinFolder() / exe.filename(), exe);
+    }
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     std::wstring commandLine = L"\"" + exe.wstring() + L"\"";

@@ -32,9 +32,10 @@ struct Launcher {
     Launcher& operator=(const Launcher&) = delete;
     ~Launcher();
 
-    // Copies the launcher into the folder and starts it, `limited` without elevation, with this process's
-    // environment and current folder (not the launcher's); returns once its window and first lines are in.
-    bool Start(const fs::path& folder, bool limited = false);
+    // Copies the launcher into the folder, unless it is `installed` there, and starts it, `limited` without
+    // elevation, with this process's environment and current folder (not the launcher's); returns once its
+    // window and first lines are in.
+    bool Start(const fs::path& folder, bool limited = false, bool installed = false);
     HWND Item(int id) const { return GetDlgItem(window, id); }
     // These three return once the launcher has handled the message.
     bool Press(int id) const { return Handled(Item(id), BM_CLICK, 0); }
