@@ -16,32 +16,42 @@
 
 using driver::Utf8;
 
-TEST(Rules, ParentAndAppendKeepTheRootWhole) {
-    const std::pair<const wchar_t*, const wchar_t*> parents[] = {
-        {L"C:\\tools\\veloquin\\launcher.exe", L"C:\\tools\\veloquin"},
-        {L"C:\\launcher.exe", L"C:\\"},
-        {L"C:/tools//launcher.exe", L"C:/tools"},
-        {L"C:\\tools\\\\", L"C:\\tools"},
-        {L"C:\\", L"C:\\"},
-        {L"\\\\server\\share\\launcher.exe", L"\\\\server\\share"},
-        {L"\\\\?\\C:\\launcher.exe", L"\\\\?\\C:\\"},
-        {L"C:launcher.exe", L"C:"},
-        {L"launcher.exe", L""},
-        {L"", L""},
+// A path's parent and a name appended keep the root whole; every argument is quoted, only quotes escaped.
+TEST(Rules, PathsKeepTheRootAndArgumentsTheirQuotes) {
+    std::wstring (*append)(const std::wstring&) = [](const std::wstring& left) {
+        return AppendPath(left, L"a.dll");
     };
-    for (auto [path, parent] : parents) {
-        EXPECT_EQ(ParentPath(path), parent) << Utf8(path);
-    }
-    const std::pair<const wchar_t*, const wchar_t*> appended[] = {
-        {L"C:\\tools", L"C:\\tools\\a.dll"},
-        {L"C:\\", L"C:\\a.dll"},
-        {L"C:/tools/", L"C:/tools/a.dll"},
-        {L"C:", L"C:a.dll"},
-        {L"", L"a.dll"},
+    const struct {
+        std::wstring (*rule)(const std::wstring&);
+        const wchar_t *text, *expected;
+    } cases[] = {
+        {ParentPath, L"C:\\tools\\veloquin\\launcher.exe", L"C:\\tools\\veloquin"},
+        {ParentPath, L"C:\\launcher.exe", L"C:\\"},
+        {ParentPath, L"C:/tools//launcher.exe", L"C:/tools"},
+        {ParentPath, L"C:\\tools\\\\", L"C:\\tools"},
+        {ParentPath, L"C:\\", L"C:\\"},
+        {ParentPath, L"\\\\server\\share\\launcher.exe", L"\\\\server\\share"},
+        {ParentPath, L"\\\\?\\C:\\launcher.exe", L"\\\\?\\C:\\"},
+        {ParentPath, L"C:launcher.exe", L"C:"},
+        {ParentPath, L"launcher.exe", L""},
+        {ParentPath, L"", L""},
+        {append, L"C:\\tools", L"C:\\tools\\a.dll"},
+        {append, L"C:\\", L"C:\\a.dll"},
+        {append, L"C:/tools/", L"C:/tools/a.dll"},
+        {append, L"C:", L"C:a.dll"},
+        {append, L"", L"a.dll"},
+        {QuoteArgument, L"cpu", L"\"cpu\""},
+        {QuoteArgument, L"", L"\"\""},
+        {QuoteArgument, L"C:\\My Tools", L"\"C:\\My Tools\""},
+        {QuoteArgument, L"say \"hi\"", L"\"say \\\"hi\\\"\""},
+        {QuoteArgument, L"C:\\", L"\"C:\\\""},
+        {QuoteArgument, L"a\\\"b", L"\"a\\\\\"b\""},
     };
-    for (auto [left, path] : appended) {
-        EXPECT_EQ(AppendPath(left, L"a.dll"), path) << Utf8(left);
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.rule(c.text), c.expected) << Utf8(c.text);
     }
+    EXPECT_EQ(BuildCommandLine({}), L"");
+    EXPECT_EQ(BuildCommandLine({L"a", L"", L"b c"}), L"\"a\" \"\" \"b c\"");
 }
 
 TEST(Rules, CodesReadAsHexOrDecimalWithTheSystemText) {
@@ -57,22 +67,6 @@ TEST(Rules, CodesReadAsHexOrDecimalWithTheSystemText) {
     SetLastError(0);
     EXPECT_EQ(LastErrorAsHresult(ERROR_MOD_NOT_FOUND), static_cast<HRESULT>(0x8007007E))
         << "a failure stays one";
-}
-
-TEST(Rules, EveryArgumentQuotedAndOnlyQuotesEscaped) {
-    const std::pair<const wchar_t*, const wchar_t*> quoted[] = {
-        {L"cpu", L"\"cpu\""},
-        {L"", L"\"\""},
-        {L"C:\\My Tools", L"\"C:\\My Tools\""},
-        {L"say \"hi\"", L"\"say \\\"hi\\\"\""},
-        {L"C:\\", L"\"C:\\\""},
-        {L"a\\\"b", L"\"a\\\\\"b\""},
-    };
-    for (auto [argument, expected] : quoted) {
-        EXPECT_EQ(QuoteArgument(argument), expected) << Utf8(argument);
-    }
-    EXPECT_EQ(BuildCommandLine({}), L"");
-    EXPECT_EQ(BuildCommandLine({L"a", L"", L"b c"}), L"\"a\" \"\" \"b c\"");
 }
 
 TEST(Rules, EveryControlDrawsWithTheOneFont) {
