@@ -214,7 +214,7 @@ fi
 
 # --- The launcher where it was installed, registering; removal refused meanwhile, an upgrade not.
 run_installed() {
-    VQTEST_INSTALLED='C:\Program Files\Veloquin' wine "$bin/e2e_tests.exe" --gtest_filter="Installed.$1" \
+    VQTEST_INSTALLED='C:\Program Files\Veloquin' VQTEST_PRESS=$1 wine "$bin/e2e_tests.exe" --gtest_filter=Installed.Press \
         </dev/null >"installed-$1.out" 2>&1 && grep -q '^\[  PASSED  \] 1 test' "installed-$1.out"
 }
 if run_installed Register; then
