@@ -257,11 +257,9 @@ TEST(Producer, StartStopAndClose) {
     // it comes, though each update is made with drawing off.
     std::atomic<bool> steady = true;
     std::thread ticks([&] {
-        DWORD done = 0;
-        for (int i = 0; steady && WriteFile(shared, ("tick " + std::to_string(i) + "\n").c_str(),
-                                            static_cast<DWORD>(std::to_string(i).size() + 6), &done, nullptr);
-             ++i) {
-            Sleep(1);
+        for (DWORD i = 0, done = 0; steady; ++i, Sleep(1)) {
+            std::string line = "tick " + std::to_string(i) + "\n";
+            WriteFile(shared, line.data(), static_cast<DWORD>(line.size()), &done, nullptr);
         }
     });
     for (int look = 0; look < 3; ++look) {
