@@ -268,8 +268,7 @@ TEST(Registration, RegisterRetryAndUnregister) {
     EXPECT_EQ(loads.find("taken by " + Utf8(folder / L"veloquin_launcher.exe")), std::string::npos) << loads;
 }
 
-// The launcher where the package installed it (VQTEST_INSTALLED): tests/check-installer.sh has it press
-// Register (VQTEST_PRESS), fails to remove the package while the camera is registered, then Unregister.
+// Where the package installed it: tests/check-installer.sh has it press Register, then Unregister.
 TEST(Installed, Press) {
     const fs::path folder = Variable(L"VQTEST_INSTALLED"), journal = Scenario(L"installed") / L"journal.txt";
     if (folder.empty()) {
