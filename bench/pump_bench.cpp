@@ -339,8 +339,14 @@ int wmain(int argc, wchar_t** argv) {
     if (argc > 1 && std::wcscmp(argv[1], L"--camera") == 0) {
         return Produce();
     }
-    if (argc != 1) {
-        std::fputs("usage: pump_bench\n", stderr);
+    // Named parts alone, or all of them.
+    auto part = [&](const wchar_t* name) {
+        return argc == 1 || std::find_if(argv + 1, argv + argc, [&](const wchar_t* given) {
+                                return std::wcscmp(given, name) == 0;
+                            }) != argv + argc;
+    };
+    if (!part(L"latency") && !part(L"flood") && !part(L"endless") && !part(L"steady")) {
+        std::fputs("usage: pump_bench [latency] [flood] [endless] [steady]\n", stderr);
         return 2;
     }
     double whole = Now();
@@ -360,13 +366,23 @@ int wmain(int argc, wchar_t** argv) {
         std::printf("the launcher did not start\n");
         return 1;
     }
-    Latency(launcher, "into a fresh pane");
-    Flood(launcher, ceiling);
-    Latency(launcher, "into a full pane");
-    Responsiveness(launcher, 1);
-    Responsiveness(launcher, 2);
-    Steady(launcher, 1);
-    Steady(launcher, 2);
+    if (part(L"latency")) {
+        Latency(launcher, "into a fresh pane");
+    }
+    if (part(L"flood")) {
+        Flood(launcher, ceiling);
+    }
+    if (part(L"latency")) {
+        Latency(launcher, "into a full pane");
+    }
+    for (int round = 1; round <= 2; ++round) {
+        if (part(L"endless")) {
+            Responsiveness(launcher, round);
+        }
+        if (part(L"steady")) {
+            Steady(launcher, round);
+        }
+    }
     DWORD exitCode = 0;
     launcher.Close(&exitCode);
     std::printf("bench run: %.0f s\n", Now() - whole);
