@@ -151,8 +151,10 @@ void AppendStatusText(const std::wstring& text, bool steady) {
     DrawStatusPane(steady);
 }
 
-// Painted before returning: a paint only asked for would wait behind the next update, whose WM_SETREDRAW
-// would throw it away.
+// Output as it flows only asks for a paint: the paint comes before the timer that brings the next update,
+// and after the user's input. Anything else is painted before returning, where a paint only asked for might
+// wait behind an update, whose WM_SETREDRAW would throw it away; a drag then starts over the text that
+// the control hit-tests.
 void DrawStatusPane(bool steady) {
     ULONGLONG now = GetTickCount64();
     if (g_launcher.statusPane == nullptr || !g_launcher.statusPaneOwed ||
@@ -160,7 +162,7 @@ void DrawStatusPane(bool steady) {
         return;
     }
     RedrawWindow(g_launcher.statusPane, nullptr, nullptr,
-                 RDW_ERASE | RDW_FRAME | RDW_INVALIDATE | RDW_UPDATENOW);
+                 RDW_ERASE | RDW_FRAME | RDW_INVALIDATE | (steady ? 0 : RDW_UPDATENOW));
     g_launcher.statusPaneDrawn = now;
     g_launcher.statusPaneOwed = false;
 }

@@ -80,7 +80,8 @@ void RunOutputTimer(bool run) {
         SetTimer(g_launcher.mainWindow, OUTPUT_TIMER_ID, OUTPUT_TIMER_MS, nullptr) != 0;
     if (!g_launcher.outputTimerRuns) {
         // Without it the output still comes, from a wake: one of our own, or while a drag holds the
-        // output, the reader's next. Each update tries the timer again.
+        // output, the reader's next. Each update tries the timer again. A wake comes before painting.
+        UpdateWindow(g_launcher.statusPane);
         if (IsStatusPaneDragged() || !PostMessageW(g_launcher.mainWindow, WM_APP_PRODUCER_OUTPUT, 0, 0)) {
             g_launcher.producerOutput.wakePending.store(false);
         }
