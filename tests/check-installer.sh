@@ -6,24 +6,9 @@
 # Usage: bash tests/check-installer.sh <build-folder>, with WINEPREFIX and a display set, as ctest runs it.
 set -euo pipefail
 [ $# -eq 1 ] || { echo "usage: $0 <build-folder>" >&2; exit 2; }
-built=$(cd "$1" && pwd)
-scratch="$built/scratch/installer"
-source "$(dirname "$0")/../scripts/lib.sh"
-packages=(wixl msitools)
-ensure_packages
+source "$(dirname "$0")/checks.sh"
+begin_check "$1" installer wixl msitools
 : "${WINEPREFIX:?set WINEPREFIX to the prefix of the tests}"
-
-rm -rf "$scratch"
-mkdir -p "$scratch"
-cd "$scratch"
-
-status=0
-ok() { echo "ok: $*"; }
-fail() {
-    echo "FAIL: $*"
-    status=1
-}
-reason() { grep -m 1 . "$1" || echo "no message"; }
 
 # Fixed once for every release: a package with another one would install beside the old one, not over it.
 upgrade_code="{CDEB64CB-E699-4473-A9B5-97C48101683C}"

@@ -5,23 +5,9 @@
 # Usage: bash tests/check-signing.sh <build-folder>
 set -euo pipefail
 [ $# -eq 1 ] || { echo "usage: $0 <build-folder>" >&2; exit 2; }
-scratch="$(cd "$1" && pwd)/scratch/signing"
-source "$(dirname "$0")/../scripts/lib.sh"
-packages=(openssl osslsigncode unzip binutils-mingw-w64-x86-64 msitools)
-ensure_packages
+source "$(dirname "$0")/checks.sh"
+begin_check "$1" signing openssl osslsigncode unzip binutils-mingw-w64-x86-64 msitools
 
-rm -rf "$scratch"
-mkdir -p "$scratch"
-cd "$scratch"
-
-status=0
-ok() { echo "ok: $*"; }
-fail() {
-    echo "FAIL: $*"
-    status=1
-}
-# The first line a failed step wrote on standard error, to say why without replaying its whole log.
-reason() { grep -m 1 . "$1" || echo "no message"; }
 # osslsigncode ends each failure with a bare "Failed"; the line that says why comes earlier.
 why_unverified() { grep -v '^Failed$' "$1" | grep -m 1 -iE 'mismatch|no signature|error|unable|fail' || echo "no reason given"; }
 

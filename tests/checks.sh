@@ -1,0 +1,23 @@
+# Shared by the release checks that ctest runs: the packages a check needs, a scratch folder of its own, and
+# its verdict lines. Sourced, not run.
+source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
+
+status=0
+ok() { echo "ok: $*"; }
+fail() {
+    echo "FAIL: $*"
+    status=1
+}
+# The first line a failed step wrote on standard error, to say why without replaying its whole log.
+reason() { grep -m 1 . "$1" || echo "no message"; }
+
+# begin_check BUILD NAME PACKAGE...: installs what is missing, then works in BUILD/scratch/NAME, emptied.
+begin_check() {
+    built=$(cd "$1" && pwd)
+    scratch="$built/scratch/$2"
+    packages=("${@:3}")
+    ensure_packages
+    rm -rf "$scratch"
+    mkdir -p "$scratch"
+    cd "$scratch"
+}
