@@ -245,25 +245,10 @@ void Flood(const driver::Launcher& launcher, double ceiling) {
         driver::Text(launcher.Item(driver::StatusLog)).size());
 }
 
-// A click of the real mouse in the middle of the control, which waits its turn in the queue as the user's
-// would; true once the input is in.
-bool Click(HWND control) {
-    RECT rect = {};
-    GetWindowRect(control, &rect);
-    INPUT inputs[2] = {};
-    for (INPUT& input : inputs) {
-        input.type = INPUT_MOUSE;
-    }
-    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
-    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
-    return SetCursorPos((rect.left + rect.right) / 2, (rect.top + rect.bottom) / 2) &&
-           SendInput(2, inputs, sizeof(INPUT)) == 2;
-}
-
 // A real click on Stop, through the input queue as the user's own, until Start is enabled again.
 std::string ClickStop(const driver::Launcher& launcher) {
     double stop = Now();
-    if (!Click(launcher.Item(driver::StopProducer))) {
+    if (!driver::Click(launcher.Item(driver::StopProducer))) {
         return "the click could not be sent";
     }
     while (!launcher.Idle() && Now() - stop < 60) {

@@ -37,7 +37,7 @@ struct LauncherState {
     // When the pane was last drawn afresh, and whether it shows less than it holds.
     ULONGLONG statusPaneDrawn = 0;
     bool statusPaneOwed = false;
-    // The child that had the focus when the window was last deactivated, given back on activation.
+    // The child that had the focus when the window was deactivated; null once given back on activation.
     HWND focusBack = nullptr;
 };
 

@@ -1,6 +1,7 @@
 #include "launcher/main_window.h"
 
 #include <memory>
+#include <utility>
 
 #include "cameras/camera_picker.h"
 #include "launcher/control_ids.h"
@@ -11,8 +12,20 @@
 #include "registration/commands.h"
 
 void SetProducerRunning(bool running) {
-    EnableWindow(GetDlgItem(g_launcher.mainWindow, IDC_START_PRODUCER), !running);
-    EnableWindow(GetDlgItem(g_launcher.mainWindow, IDC_STOP_PRODUCER), running);
+    HWND start = GetDlgItem(g_launcher.mainWindow, IDC_START_PRODUCER),
+         stop = GetDlgItem(g_launcher.mainWindow, IDC_STOP_PRODUCER);
+    HWND enabled = running ? stop : start, disabled = running ? start : stop;
+    EnableWindow(enabled, TRUE);
+    // Disabling the control that has the focus leaves it nowhere, and no key reaches a control. It goes
+    // to the button that undoes what this one did, so that Space stops what Space started; in the
+    // background the kept focus moves the same way.
+    if (GetFocus() == disabled) {
+        SetFocus(enabled);
+    }
+    if (g_launcher.focusBack == disabled) {
+        g_launcher.focusBack = enabled;
+    }
+    EnableWindow(disabled, FALSE);
 }
 
 bool IsElevated() {
@@ -72,8 +85,9 @@ static void OnStatusLine(LPARAM lParam) {
 }
 
 // The default procedure would give the focus to the window itself, where no keystroke reaches a control
-// and a selection in the pane goes grey; so the window keeps the child that had it, as a dialog does.
-// True when the focus has been given back.
+// and a selection in the pane goes grey; so the window keeps the child that had it, as a dialog does, and
+// gives it back once: from then on the focus itself counts. A kept child that can no longer take the
+// focus makes way for the pane, which is never disabled. True when the focus has been given.
 static bool OnActivate(HWND window, WPARAM wParam) {
     if (LOWORD(wParam) == WA_INACTIVE) {
         HWND focus = GetFocus();
@@ -82,10 +96,17 @@ static bool OnActivate(HWND window, WPARAM wParam) {
         }
         return false;
     }
-    if (HIWORD(wParam) != 0 || g_launcher.focusBack == nullptr || !IsWindow(g_launcher.focusBack)) {
-        return false; // minimised, or nothing kept
+    if (HIWORD(wParam) != 0) {
+        return false; // minimised: the restore gives it
     }
-    SetFocus(g_launcher.focusBack);
+    HWND kept = std::exchange(g_launcher.focusBack, nullptr);
+    if (kept == nullptr || !IsWindow(kept) || !IsWindowVisible(kept) || !IsWindowEnabled(kept)) {
+        kept = g_launcher.statusPane;
+    }
+    if (kept == nullptr) {
+        return false;
+    }
+    SetFocus(kept);
     return true;
 }
 

@@ -98,7 +98,8 @@ void AppendStatusText(const std::wstring& text, bool steady) {
     Send(pane, EM_GETSEL, reinterpret_cast<WPARAM>(&selStart), reinterpret_cast<LPARAM>(&selEnd));
     LRESULT first = Send(pane, EM_GETFIRSTVISIBLELINE);
     bool selected = selStart != selEnd;
-    // In the background the thread has no focus; the window gives back the one it kept.
+    // In the background the thread has no focus, and the one kept stands in; once the window is active
+    // again, only its own counts.
     HWND focus = GetFocus() != nullptr ? GetFocus() : g_launcher.focusBack;
     bool follow = IsEndInView(pane, first) && !(selected && focus == pane);
     size_t cut = 0;

@@ -123,6 +123,28 @@ bool Launcher::Close(DWORD* exitCode) {
            GetExitCodeProcess(process.hProcess, exitCode);
 }
 
+HWND Launcher::Focus() const {
+    GUITHREADINFO thread = {sizeof(thread), 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, {}};
+    return GetGUIThreadInfo(process.dwThreadId, &thread) ? thread.hwndFocus : nullptr;
+}
+
+bool Click(HWND control) {
+    RECT rect = {};
+    GetWindowRect(control, &rect);
+    INPUT inputs[2] = {{INPUT_MOUSE, {}}, {INPUT_MOUSE, {}}};
+    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
+    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
+    return SetCursorPos((rect.left + rect.right) / 2, (rect.top + rect.bottom) / 2) &&
+           SendInput(2, inputs, sizeof(INPUT)) == 2;
+}
+
+bool Key(WORD key) {
+    INPUT inputs[2] = {{INPUT_KEYBOARD, {}}, {INPUT_KEYBOARD, {}}};
+    inputs[0].ki.wVk = inputs[1].ki.wVk = key;
+    inputs[1].ki.dwFlags = KEYEVENTF_KEYUP;
+    return SendInput(2, inputs, sizeof(INPUT)) == 2;
+}
+
 std::vector<DWORD> Pixels(HWND window) {
     RECT rect = {};
     GetWindowRect(window, &rect);

@@ -51,6 +51,8 @@ struct Launcher {
     // The buttons of a producer's two states; Refresh is enabled in both.
     bool Idle() const { return Enabled(StartProducer) && !Enabled(StopProducer) && Enabled(Refresh); }
     bool Running() const { return !Enabled(StartProducer) && Enabled(StopProducer) && Enabled(Refresh); }
+    // The control that has the keyboard focus in the launcher's thread.
+    HWND Focus() const;
     bool Close(DWORD* exitCode);
 
   private:
@@ -61,6 +63,10 @@ struct Launcher {
     }
 };
 
+// The real mouse and keyboard, whose input waits its turn in the queue of the window in front, as the
+// user's own does; true once it is in.
+bool Click(HWND control);
+bool Key(WORD key);
 // The window's pixels as they stand on the screen.
 std::vector<DWORD> Pixels(HWND window);
 bool Alive(DWORD pid);

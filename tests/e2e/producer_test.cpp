@@ -43,16 +43,17 @@ TEST(Producer, StartStopAndClose) {
                                                            L"Found 3 camera device(s)."}))
         << "elevated: no warning";
     auto pane = [&] { return Utf8(Text(launcher.Item(StatusLog))); };
-    auto run = [&](const char* mode) {
+    // Started by a press, or by the user's own click or key.
+    auto run = [&](const char* mode, const std::function<bool()>& press = nullptr) {
         fs::remove(root / L"producer.txt");
         Write(root / L"script.txt", cameras + "producer " + mode + "\n");
-        EXPECT_TRUE(starter->Press(StartProducer));
+        EXPECT_TRUE(press ? press() : starter->Press(StartProducer));
     };
     // A producer that hands the test a copy of its pipe's write end, to hold and write to.
     DWORD pid = 0, written = 0;
     HANDLE shared = nullptr;
-    auto share = [&](const char* script) {
-        run(script);
+    auto share = [&](const char* script, const std::function<bool()>& press = nullptr) {
+        run(script, press);
         EXPECT_TRUE(WaitFor([&] { return Recorded(root, L"shared") != L"(not recorded)"; }));
         pid = std::stoul(Recorded(root, L"pid"));
         shared = reinterpret_cast<HANDLE>(std::stoull(Recorded(root, L"shared")));
@@ -252,11 +253,25 @@ TEST(Producer, StartStopAndClose) {
     DestroyWindow(other);
     ASSERT_TRUE(print("focused ", 40));
     EXPECT_EQ(view(), before);
-    ASSERT_TRUE(launcher.Press(D3dCapture) && launcher.Press(D3dCapture)); // the focus to a button
-    Send(log, EM_LINESCROLL, 0, 1000);
+    // With the real mouse, Stop and then Start: each hands the focus to the other, so that Space presses it,
+    // and the pane follows again.
+    HWND start = launcher.Item(StartProducer), stop = launcher.Item(StopProducer);
+    auto stopped = [&](const std::function<bool()>& press) {
+        bool pressed = press() && WaitFor([&] { return launcher.Last() == L"Stopping producer..."; });
+        CloseHandle(shared);
+        return pressed && WaitFor([&] { return launcher.Idle(); });
+    };
+    ASSERT_TRUE(stopped([&] { return Click(stop); }));
+    EXPECT_EQ(launcher.Focus(), start);
+    share("share", [&] { return Click(start); });
+    EXPECT_EQ(launcher.Focus(), stop);
     ASSERT_TRUE(print("follow ", 40));
     EXPECT_TRUE(endShown());
     EXPECT_EQ(std::get<2>(view()), std::get<2>(before));
+    ASSERT_TRUE(stopped([] { return Key(VK_SPACE); }));
+    EXPECT_EQ(launcher.Focus(), start);
+    share("share", [] { return Key(VK_SPACE); });
+    EXPECT_EQ(launcher.Focus(), stop);
     Send(log, EM_LINESCROLL, 0, -1000);
     ASSERT_TRUE(launcher.Press(Refresh) && launcher.Settle());
     EXPECT_TRUE(launcher.Last() == L"Found 3 camera device(s)." && endShown());

@@ -94,6 +94,7 @@ TEST(Shell, PanelCommandsCamerasAndClose) {
     EXPECT_EQ(launcher.Items(MaxWidth), (std::vector<std::wstring>{L"640", L"960", L"1280", L"1920"}));
     EXPECT_EQ(launcher.Ask(D3dCapture, BM_GETCHECK), BST_CHECKED);
     EXPECT_TRUE(launcher.Idle());
+    EXPECT_EQ(launcher.Focus(), launcher.Item(StatusLog)) << "the keys reach a control, not the window";
 
     std::vector<std::wstring> lines = {L"Veloquin launcher ready. Folder: " + folder.wstring(),
                                        L"WARNING: not running elevated \u2014 register/unregister will fail.",
