@@ -26,6 +26,8 @@ constexpr size_t LATENCY_LINES = 1000;
 constexpr size_t FLOOD_LINES = 1000000;
 // "L", six digits, a blank, the stamp and a line feed, which the pane shows as CR LF.
 constexpr size_t LATENCY_LINE_CHARS = 25;
+constexpr size_t LONG_LINE = 300000;
+constexpr size_t LONG_BYTES = 10000000;
 
 double Now() {
     LARGE_INTEGER ticks, frequency;
@@ -48,12 +50,38 @@ std::string FloodLine(size_t number) {
 
 // The producer's side: "flood N" prints N lines in 64 KiB writes; "endless" prints 1,000 lines a write
 // until it is ended; "steady" fills the pane, then prints a short line about every millisecond until it
-// is ended; "latency N" prints N lines of the same length at 500 a second and then writes down when it
-// wrote each.
+// is ended; "long" prints 10 MB in lines of 300,000 characters without a blank, in 64 KiB writes;
+// "progress" rewrites one line with carriage returns about every millisecond for 10 s; "latency N" prints
+// N lines of the same length at 500 a second and then writes down when it wrote each.
 int Produce() {
     HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
     std::string mode = driver::Read(driver::fs::path(driver::Variable(L"VQTEST_DIR")) / L"mode.txt");
     size_t lines = std::strtoul(mode.c_str() + mode.find(' ') + 1, nullptr, 10);
+    if (mode == "long") {
+        std::string line;
+        for (size_t i = 0; line.size() < LONG_LINE; ++i) {
+            line += "QUJD" + std::to_string(i);
+        }
+        line.resize(LONG_LINE);
+        line += "\n";
+        for (size_t written = 0; written < LONG_BYTES; written += line.size()) {
+            for (size_t at = 0; at < line.size(); at += 65536) {
+                WriteAll(out, line.substr(at, 65536));
+            }
+        }
+        return 0;
+    }
+    if (mode == "progress") {
+        char bar[64];
+        for (double start = Now(), now = start; now - start < 10; now = Now(), Sleep(1)) {
+            int percent = static_cast<int>(10 * (now - start));
+            std::snprintf(bar, sizeof(bar), "\r%3d%% [%-50s]", percent,
+                          std::string(percent / 2, '#').c_str());
+            WriteAll(out, bar);
+        }
+        WriteAll(out, "\ndone\n");
+        return 0;
+    }
     if (mode == "endless") {
         std::string thousand;
         for (size_t i = 1; i <= 1000; ++i) {
@@ -260,6 +288,54 @@ std::string ClickStop(const driver::Launcher& launcher) {
     return text;
 }
 
+// A real click on the check box, through the input queue as the user's own, until the box looks different
+// on the screen.
+std::string ClickShown(const driver::Launcher& launcher) {
+    HWND box = launcher.Item(driver::D3dCapture);
+    std::vector<DWORD> before = driver::Pixels(box);
+    double start = Now();
+    if (!driver::Click(box)) {
+        return "the click could not be sent";
+    }
+    while (driver::Pixels(box) == before && Now() - start < 60) {
+        Sleep(1);
+    }
+    char text[96];
+    std::snprintf(text, sizeof(text), "a real click on the check box shown after %.0f ms",
+                  1000 * (Now() - start));
+    return text;
+}
+
+// Output whose lines the control wraps at a high cost: its throughput, how long the window takes to answer
+// a message sent from another process (looks 100 to 150 ms apart, from the start to "Producer stopped."),
+// and a real click on the check box, 1 s in.
+void Long(const driver::Launcher& launcher, const char* mode, const char* label) {
+    HWND pane = launcher.Item(driver::StatusLog);
+    size_t before = static_cast<size_t>(driver::Send(pane, WM_GETTEXTLENGTH));
+    double start = Now();
+    if (!Start(launcher, mode)) {
+        std::printf("%s: the producer did not start\n", label);
+        return;
+    }
+    std::vector<double> answers;
+    std::string click;
+    for (; !launcher.Idle() && Now() - start < 600; Sleep(100 + std::rand() % 51)) {
+        double sent = Now();
+        driver::Send(launcher.window, WM_NULL);
+        answers.push_back(1000 * (Now() - sent));
+        if (click.empty() && Now() - start > 1) {
+            click = ClickShown(launcher);
+        }
+    }
+    double elapsed = Now() - start;
+    double shown = static_cast<double>(driver::Send(pane, WM_GETTEXTLENGTH)) - static_cast<double>(before);
+    std::printf("%s: %.1f s until \"Producer stopped.\"%s, %.2f M characters a second into the pane; the "
+                "window answers a sent message in median %.1f ms, worst %.1f ms; %s\n",
+                label, elapsed, launcher.Last() == L"Producer stopped." ? "" : " (NOT STOPPED)",
+                shown / elapsed / 1e6, Median(answers), *std::max_element(answers.begin(), answers.end()),
+                click.c_str());
+}
+
 // While a producer floods without end: how long the window takes to answer a message sent from another
 // process, 40 looks after 2 s of flood, and the time from Stop to "Producer stopped.". The looks are 100
 // to 150 ms apart at random: at a fixed spacing they fall in step with the window's own rhythm.
@@ -275,9 +351,10 @@ void Responsiveness(const driver::Launcher& launcher, int round) {
         driver::Send(launcher.window, WM_NULL);
         answers.push_back(1000 * (Now() - sent));
     }
+    std::string click = ClickShown(launcher);
     std::printf("endless flood, round %d: the window answers a sent message in median %.1f ms, worst %.1f "
-                "ms; %s\n",
-                round, Median(answers), *std::max_element(answers.begin(), answers.end()),
+                "ms; %s; %s\n",
+                round, Median(answers), *std::max_element(answers.begin(), answers.end()), click.c_str(),
                 ClickStop(launcher).c_str());
 }
 
@@ -330,8 +407,8 @@ int wmain(int argc, wchar_t** argv) {
                                 return std::wcscmp(given, name) == 0;
                             }) != argv + argc;
     };
-    if (!part(L"latency") && !part(L"flood") && !part(L"endless") && !part(L"steady")) {
-        std::fputs("usage: pump_bench [latency] [flood] [endless] [steady]\n", stderr);
+    if (!part(L"latency") && !part(L"flood") && !part(L"endless") && !part(L"steady") && !part(L"long")) {
+        std::fputs("usage: pump_bench [latency] [flood] [endless] [steady] [long]\n", stderr);
         return 2;
     }
     double whole = Now();
@@ -367,6 +444,10 @@ int wmain(int argc, wchar_t** argv) {
         if (part(L"steady")) {
             Steady(launcher, round);
         }
+    }
+    if (part(L"long")) {
+        Long(launcher, "long", "10 MB in lines of 300,000 characters");
+        Long(launcher, "progress", "a progress bar rewriting its line about every millisecond for 10 s");
     }
     DWORD exitCode = 0;
     launcher.Close(&exitCode);

@@ -32,6 +32,10 @@ struct LauncherState {
     ProducerOutput producerOutput;
     // Runs while output waits to be shown.
     bool outputTimerRuns = false;
+    // How much the next update takes of the waiting output, from what the last ones cost.
+    size_t outputUpdateSize = PRODUCER_OUTPUT_UPDATE;
+    // The reader has ended; what waits still shows, and the producer is done after its last line.
+    bool producerEnding = false;
     // Lines ended by CR LF in the pane.
     size_t statusPaneLines = 0;
     // When the pane was last drawn afresh, and whether it shows less than it holds.

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <vector>
@@ -23,6 +24,10 @@ constexpr DWORD READER_CLOSE_WAIT_MS = 5000;
 // message comes after input and painting, so that they have their turn between any two updates however
 // fast the producer writes, and a hold ends within a tick however the drag ended, even by a sent message.
 constexpr UINT OUTPUT_TIMER_MS = 10;
+// What an update of the pane aims to cost the window's thread: its size follows from what the last one
+// cost, since a character costs the control from one to hundreds of microseconds by the shape of the
+// text around it.
+constexpr double OUTPUT_UPDATE_MS = 16;
 
 struct ReaderArguments {
     HANDLE pipeRead;
@@ -88,18 +93,45 @@ void RunOutputTimer(bool run) {
     }
 }
 
-// The next part of the waiting output into the pane, unless the user drags a selection there: then what
-// is owed is drawn, so that the user drags over the text the control hit-tests. The timer stops after a
-// tick that found nothing to do.
+double Milliseconds() {
+    LARGE_INTEGER now = {}, frequency = {};
+    QueryPerformanceCounter(&now);
+    QueryPerformanceFrequency(&frequency);
+    return 1000.0 * static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
+
+// After the producer's last line: back to idle.
+void FinishProducer() {
+    g_launcher.producerEnding = false;
+    g_launcher.producerRunning.exchange(false);
+    CleanupProducer();
+    SetProducerRunning(false);
+    AppendStatusLine(L"Producer stopped.");
+}
+
+// The next part of the waiting output into the pane, unless the user drags a selection there while the
+// producer runs: then what is owed is drawn, so that the user drags over the text the control hit-tests.
+// An update that took as much as it was allowed, or took too long, sets the size of the next one. The
+// timer stops after a tick that found nothing to do.
 void UpdateFromOutput() {
     bool busy = true;
-    if (IsStatusPaneDragged()) {
+    if (IsStatusPaneDragged() && !g_launcher.producerEnding) {
         DrawStatusPane(false);
     } else {
         bool more = false;
-        std::wstring text = TakeProducerOutput(PRODUCER_OUTPUT_UPDATE, &more);
+        std::wstring text = TakeProducerOutput(g_launcher.outputUpdateSize, &more);
+        double start = Milliseconds();
         AppendStatusText(text, true);
+        double took = std::max(Milliseconds() - start, 0.1);
+        if (!text.empty() && (more || took > OUTPUT_UPDATE_MS)) {
+            double size = static_cast<double>(text.size()) * OUTPUT_UPDATE_MS / took;
+            g_launcher.outputUpdateSize =
+                std::clamp(static_cast<size_t>(size), PRODUCER_LINE_LIMIT + 2, PRODUCER_OUTPUT_UPDATE);
+        }
         busy = more || !text.empty() || IsStatusPaneDrawOwed();
+        if (!more && g_launcher.producerEnding) {
+            FinishProducer();
+        }
     }
     RunOutputTimer(busy);
 }
@@ -201,7 +233,8 @@ void OnStartProducerCommand() {
 }
 
 void OnStopProducerCommand() {
-    if (!g_launcher.producerRunning.load() || g_launcher.producerProcess == nullptr) {
+    if (!g_launcher.producerRunning.load() || g_launcher.producerProcess == nullptr ||
+        g_launcher.producerEnding) {
         return;
     }
     AppendStatusLine(L"Stopping producer...");
@@ -231,14 +264,12 @@ void OnOutputTick() {
 }
 
 void OnProducerExited() {
-    // The reader has handed on its last line, and the user's drag can't hold back the end.
-    RunOutputTimer(false);
-    bool more = false;
-    AppendStatusText(TakeProducerOutput(SIZE_MAX, &more));
-    g_launcher.producerRunning.exchange(false);
-    CleanupProducer();
-    SetProducerRunning(false);
-    AppendStatusLine(L"Producer stopped.");
+    // The reader has handed on its last line. What waits shows update by update, as before, and the
+    // user's drag can't hold it back.
+    g_launcher.producerEnding = true;
+    if (!g_launcher.outputTimerRuns) {
+        UpdateFromOutput();
+    }
 }
 
 void EndProducerBeforeClose() {

@@ -1,5 +1,6 @@
 #include "producer/output_pump.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "launcher/control_ids.h"
@@ -37,6 +38,16 @@ void HandOn(ProducerOutput& output, std::wstring&& text) {
     }
 }
 
+// The line as consecutive pane lines of at most PRODUCER_LINE_LIMIT characters.
+void AddPieces(std::wstring& lines, const char* line, size_t count) {
+    do {
+        size_t piece = std::min(count, PRODUCER_LINE_LIMIT);
+        AddPaneLine(lines, line, piece);
+        line += piece;
+        count -= piece;
+    } while (count > 0);
+}
+
 // Where an update of at most `limit` characters ends: after its last whole line, or after the first line
 // if that alone is longer.
 size_t UpdateEnd(std::wstring_view text, size_t limit) {
@@ -72,10 +83,11 @@ void PumpProducerOutput(HANDLE pipeRead, HANDLE process) {
             if (end > start && pending[end - 1] == '\r') {
                 --end;
             }
-            AddPaneLine(lines, pending.data() + start, end - start);
+            AddPieces(lines, pending.data() + start, end - start);
             start = feed + 1;
         }
-        for (; pending.size() - start >= PRODUCER_LINE_LIMIT; start += PRODUCER_LINE_LIMIT) {
+        // A line of the limit waits for its CR LF, rather than end in a blank line.
+        for (; pending.size() - start > PRODUCER_LINE_LIMIT + 1; start += PRODUCER_LINE_LIMIT) {
             AddPaneLine(lines, pending.data() + start, PRODUCER_LINE_LIMIT);
         }
         pending.erase(0, start);
@@ -86,7 +98,7 @@ void PumpProducerOutput(HANDLE pipeRead, HANDLE process) {
     }
     if (!pending.empty()) {
         std::wstring rest;
-        AddPaneLine(rest, pending.data(), pending.size());
+        AddPieces(rest, pending.data(), pending.size());
         HandOn(output, std::move(rest));
     }
     WaitForSingleObject(process, INFINITE);

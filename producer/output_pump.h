@@ -9,12 +9,14 @@
 #include <string>
 
 inline constexpr size_t PRODUCER_READ_CHUNK = 4096;
-// A producer that never ends a line must not make the launcher grow without end: past this many
-// bytes the pending text goes out as a line of its own.
-inline constexpr size_t PRODUCER_LINE_LIMIT = 65536;
+// A longer line goes on as the next line of the pane, and so does a line that is still going on once
+// it is this long. The control wraps a line at a cost that grows with the square of its length: past
+// this length a character of text without blanks costs the control twice what it costs in a short line.
+inline constexpr size_t PRODUCER_LINE_LIMIT = 256;
 // Past this many characters waiting to be shown the reader stops reading, and the producer waits on
-// its full pipe as it would on a terminal: nothing is dropped, and memory stays bounded.
-inline constexpr size_t PRODUCER_OUTPUT_BACKLOG = 256 * 1024;
+// its full pipe as it would on a terminal: nothing is dropped, memory stays bounded, and little is
+// left to show once the producer has gone.
+inline constexpr size_t PRODUCER_OUTPUT_BACKLOG = 128 * 1024;
 // One update of the pane shows at most this much of the output, so that the window answers between
 // updates however much waits: adding text costs the control time for every line it wraps.
 inline constexpr size_t PRODUCER_OUTPUT_UPDATE = 64 * 1024;
