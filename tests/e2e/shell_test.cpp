@@ -134,13 +134,6 @@ TEST(Shell, ExecutableAsksForAdministratorAndCarriesItsIconAndVersion) {
     const fs::path path = BinFolder() / L"veloquin_launcher.exe";
     std::vector<BYTE> info(GetFileVersionInfoSizeW(path.c_str(), nullptr));
     ASSERT_TRUE(GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(info.size()), info.data()));
-    auto value = [&](const std::wstring& name) {
-        wchar_t* text = nullptr;
-        UINT length = 0;
-        VerQueryValueW(info.data(), (L"\\StringFileInfo\\040904B0\\" + name).c_str(),
-                       reinterpret_cast<void**>(&text), &length);
-        return std::wstring(text != nullptr ? text : L"");
-    };
     const std::wstring version = Wide(VELOQUIN_PROJECT_VERSION);
     for (auto [name, expected] : {std::pair{L"FileDescription", L"Veloquin Launcher"},
                                   {L"ProductName", L"Veloquin"},
@@ -148,21 +141,22 @@ TEST(Shell, ExecutableAsksForAdministratorAndCarriesItsIconAndVersion) {
                                   {L"OriginalFilename", L"veloquin_launcher.exe"},
                                   {L"FileVersion", version.c_str()},
                                   {L"ProductVersion", version.c_str()}}) {
-        EXPECT_EQ(value(name), expected) << Utf8(name);
+        wchar_t* text = nullptr;
+        UINT length = 0;
+        VerQueryValueW(info.data(), (std::wstring(L"\\StringFileInfo\\040904B0\\") + name).c_str(),
+                       reinterpret_cast<void**>(&text), &length);
+        EXPECT_STREQ(text, expected) << Utf8(name);
     }
     VS_FIXEDFILEINFO* fixed = nullptr;
     UINT size = 0;
     ASSERT_TRUE(VerQueryValueW(info.data(), L"\\", reinterpret_cast<void**>(&fixed), &size));
-    wchar_t* end = nullptr;
-    DWORD major = std::wcstoul(version.c_str(), &end, 10), minor = std::wcstoul(end + 1, &end, 10),
-          patch = std::wcstoul(end + 1, &end, 10);
-    const DWORD high = major << 16 | minor, low = patch << 16;
+    const DWORD numbers[] = {VELOQUIN_VERSION_NUMBERS}, high = numbers[0] << 16 | numbers[1],
+                low = numbers[2] << 16;
     EXPECT_EQ(std::make_tuple(fixed->dwFileVersionMS, fixed->dwFileVersionLS, fixed->dwProductVersionMS,
                               fixed->dwProductVersionLS),
               std::make_tuple(high, low, high, low));
 
     HMODULE exe = LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
-    ASSERT_NE(exe, nullptr);
     HRSRC manifest = FindResourceW(exe, MAKEINTRESOURCEW(1), RT_MANIFEST);
     ASSERT_NE(manifest, nullptr);
     std::string text(static_cast<const char*>(LockResource(LoadResource(exe, manifest))),
