@@ -28,12 +28,15 @@ project_version() {
     sed -n 's/^project(VeloquinLauncher VERSION \([0-9][0-9.]*\)[ )].*/\1/p' "$root/CMakeLists.txt"
 }
 
-# Builds the MSI from resources/veloquin.wxs: make_msi VERSION FOLDER OUT.msi, where FOLDER holds the launcher,
-# the media source and the producer under their release names. wixl finds the files only beside the source.
+# Builds the MSI from package/veloquin.wxs: make_msi VERSION FOLDER OUT.msi, where FOLDER holds the launcher,
+# the media source and the producer under their release names.
 make_msi() {
-    local version=$1 folder=$2 msi=$3
-    cp "$root/resources/veloquin.wxs" "$root/resources/app.ico" "$folder/"
-    wixl -a x64 -D Version="$version" -o "$msi" "$folder/veloquin.wxs"
+    local version=$1 folder=$2 msi
+    msi=$(cd "$(dirname "$3")" && pwd)/$(basename "$3")
+    cp "$root/package/veloquin.wxs" "$root/resources/app.ico" "$folder/"
+    cp -n "$build/bin/veloquin_remove_camera.dll" "$folder/"
+    # wixl takes a file from the current folder before the one beside the source: run where they are alone.
+    (cd "$folder" && wixl -a x64 -D Version="$version" -o "$msi" veloquin.wxs)
 }
 
 export WINEDEBUG=-all
