@@ -35,7 +35,7 @@ msi_column() {
 }
 
 # Builds the MSI from package/veloquin.wxs: make_msi VERSION FOLDER OUT.msi, where FOLDER holds the launcher,
-# the media source and the producer under their release names.
+# the media source and the producer under their release names, and may hold the custom action already (signed).
 make_msi() {
     local version=$1 folder=$2 msi secure
     msi=$(cd "$(dirname "$3")" && pwd)/$(basename "$3")
