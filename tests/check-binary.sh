@@ -1,9 +1,7 @@
 #!/usr/bin/env bash
-# The launcher runs elevated beside standard users, the package's custom action as LocalSystem, so each carries what
-# Windows can enforce at load: ASLR with high entropy (and the relocations it needs), DEP, no section both writable
-# and executable, none shared and writable, the stack protector and checked memory calls, and an import table that
-# names only DLLs Windows always takes from its own folder (the KnownDLLs), never one that a planted copy beside the
-# image could replace. The launcher, a program, is terminal-server aware too.
+# The launcher runs elevated, the package's custom action as LocalSystem: each carries ASLR with high entropy and its
+# relocations, DEP, no section writable and executable or shared and writable, the stack protector, checked memory
+# calls, and imports only of KnownDLLs, which no copy planted beside it can replace; the program is terminal-server aware.
 # Usage: bash tests/check-binary.sh IMAGE...
 set -euo pipefail
 objdump=x86_64-w64-mingw32-objdump

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# The MSI that the package scenario made, installed with Wine's own msiexec into the tests' prefix: it refuses Windows
-# before 11, installs the three files, the shortcut, the version value and the Settings > Apps entry, upgrades in place
-# but never downgrades. Its removal takes the camera that the installed launcher registered, unless removing it fails
-# (then it all stays) or the camera is another copy's; an upgrade keeps it. The prefix is left as found.
+# The signed MSI of the package scenario under Wine's own msiexec, in the tests' prefix, left as found: the Windows
+# build check, the files, shortcut, version value and entry, upgrades in place, no downgrade; a removal takes the camera
+# registered from the installed folder, stops when it can't, leaves another copy's; an upgrade keeps it.
 # Usage: bash tests/check-installer.sh <build-folder>, with WINEPREFIX and a display set, as ctest runs it.
 set -euo pipefail
 [ $# -eq 1 ] || { echo "usage: $0 <build-folder>" >&2; exit 2; }
@@ -19,10 +18,8 @@ inproc='HKLM\SOFTWARE\Classes\CLSID\{fb0afedc-9b71-404f-8154-36cc0ef0a550}\Inpro
 installed_dll='C:\Program Files\Veloquin\veloquin_windows_vcam_source.dll'
 
 # The same files packaged as an older, a rebuilt and a newer release.
-mkdir release
-cp "$bin/veloquin_launcher.exe" release/
-cp "$bin/standin_system.dll" release/veloquin_windows_vcam_source.dll
-cp "$bin/standin_producer.exe" release/veloquin_windows_retouch_vcam_producer.exe
+mkdir release && cp "$bin/veloquin_launcher.exe" release/ && cp "$bin/standin_system.dll" "release/${files[1]}" &&
+    cp "$bin/standin_producer.exe" "release/${files[2]}"
 IFS=. read -r major minor patch <<<"$version"
 older=$scratch/older.msi rebuilt=$scratch/rebuilt.msi newer=$scratch/newer.msi newer_version=$major.$minor.$((patch + 1))
 make_msi 0.9.0 release "$older" && make_msi "$version" release "$rebuilt" &&
@@ -35,7 +32,8 @@ reg_value() {
     { wine reg query "$1" ${2:+/v} ${2:-/ve} /reg:64 2>/dev/null || true; } | tr -d '\r' | sed -n 's/.*    REG_[A-Z_]*    //p'
 }
 reg() { wine reg "$@" /f /reg:64 >/dev/null 2>&1 || true; }
-build_number() { if [ -n "$1" ]; then reg add "$current_version" /v CurrentBuildNumber /d "$1"; else reg delete "$current_version" /v CurrentBuildNumber; fi; }
+build_value=("$current_version" /v CurrentBuildNumber)
+build_number() { reg delete "${build_value[@]}"; [ -z "$1" ] || reg add "${build_value[@]}" /d "$1"; }
 code() { msiinfo export "$1" Property | tr -d '\r' | sed -n 's/^ProductCode\t//p'; }
 arp() { reg_value "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\$(code "$1")" "$2"; }
 installed() { [ -n "$(arp "$1" DisplayName)" ]; }
@@ -65,7 +63,7 @@ present() {
     for file in "${files[@]}"; do [ -f "$folder/$file" ] || return 1; done
     [ -f "$link" ] && [ "$(reg_value "$ours" Version)" = "$1" ]
 }
-absent() { [ ! -e "$folder" ] && [ ! -e "$link" ] && [ -z "$(reg_value "$ours" Version)" ]; }
+absent() { [ ! -e "$folder" ] && [ ! -e "$link" ] && ! wine reg query "$ours" /reg:64 >/dev/null 2>&1; }
 
 # Windows Installer compares the build, a string, as a number with 22000; missing, it compares false.
 for build in "" 9600 19045 21999 22000 100000; do
@@ -84,12 +82,10 @@ done
 build_number 22631
 
 msiexec older /i "$(windows "$older")" && present 0.9.0 || fail "version 0.9.0 did not install"
-if msiexec current /i "$(windows "$msi")" && installed "$msi" && ! installed "$older" && present "$version" &&
-   [ "$(arp "$msi" Publisher)|$(arp "$msi" DisplayVersion)" = "Veloquin|$version" ]; then
-    ok "$version replaced 0.9.0 in place; Settings > Apps lists $(arp "$msi" DisplayName) by Veloquin, $version"
-else
+msiexec current /i "$(windows "$msi")" && installed "$msi" && ! installed "$older" && present "$version" &&
+    [ "$(arp "$msi" Publisher)|$(arp "$msi" DisplayVersion)" = "Veloquin|$version" ] &&
+    ok "$version replaced 0.9.0 in place; Settings > Apps lists $(arp "$msi" DisplayName) by Veloquin, $version" ||
     fail "$version did not replace 0.9.0 in place, or its entry says $(arp "$msi" Publisher), $(arp "$msi" DisplayVersion)"
-fi
 # Settings > Apps takes the icon from the product's ProductIcon, a copy of the package's.
 icon=$(wine reg query 'HKLM\SOFTWARE\Classes\Installer\Products' /s /reg:64 2>/dev/null | tr -d '\r' |
        sed -n "s/^ *ProductIcon *REG_SZ *\(.*$(code "$msi").*\)/\1/p")
@@ -109,22 +105,15 @@ VQTEST_INSTALLED='C:\Program Files\Veloquin' VQTEST_PRESS=Register wine "$bin/e2
     fail "the installed launcher did not register from there: $(grep -m 1 -A 3 Failure installed.out | tr -s '\n ' ' ')"
 # Windows removes the old release inside the new one's installation, with UPGRADINGPRODUCTCODE set. Wine's
 # RemoveExistingProducts sets no such property, so the old release's removal runs here as Windows runs it, first.
-if msiexec upgrade-removal /x "$(code "$rebuilt")" UPGRADINGPRODUCTCODE="$(code "$newer")" && [ ! -s journal.txt ] &&
-   msiexec newer /i "$(windows "$newer")" && [ ! -s journal.txt ] && ! installed "$rebuilt" && installed "$newer" &&
-   [ "$(reg_value "$inproc")" = "$installed_dll" ]; then
-    ok "an upgrade kept the camera registered"
-else
+msiexec upgrade-removal /x "$(code "$rebuilt")" UPGRADINGPRODUCTCODE="$(code "$newer")" && [ ! -s journal.txt ] &&
+    msiexec newer /i "$(windows "$newer")" && [ ! -s journal.txt ] && ! installed "$rebuilt" && installed "$newer" &&
+    [ "$(reg_value "$inproc")" = "$installed_dll" ] && ok "an upgrade kept the camera registered" ||
     fail "the upgrade failed, or asked the camera to go: $(head -n 1 journal.txt 2>/dev/null)"
-fi
 echo "Remove 0x800706BA" >script.txt
-if msiexec refused /x "$(code "$newer")"; then
-    fail "removed although the camera could not be"
-elif present "$newer_version" && [ "$(reg_value "$inproc")" = "$installed_dll" ] &&
-     grep -q '^Remove -> 0x800706BA' journal.txt && grep -q 'the virtual camera failed: 0x800706BA' refused.log; then
-    ok "the removal stopped when the camera could not go: all stays, the code in the log"
-else
-    fail "the stopped removal took something, asked no removal, or logged no code"
-fi
+! msiexec refused /x "$(code "$newer")" && present "$newer_version" && [ "$(reg_value "$inproc")" = "$installed_dll" ] &&
+    grep -q '^Remove -> 0x800706BA' journal.txt && grep -q 'the virtual camera failed: 0x800706BA' refused.log &&
+    ok "the removal stopped when the camera could not go: all stays, the code in the log" ||
+    fail "the removal went on although the camera could not go, took something, or logged no code"
 # Wine's rollback of the removal puts back what it removed but unregisters the product; Windows' restores all.
 : >script.txt
 msiexec newer-again /i "$(windows "$newer")" || fail "$newer_version did not install again"
@@ -132,19 +121,15 @@ msiexec newer-again /i "$(windows "$newer")" || fail "$newer_version did not ins
 # Registered under another spelling of the same path; removal is never held back by the build.
 build_number 19045
 reg add "$inproc" /ve /t REG_EXPAND_SZ /d 'c:\PROGRAM FILES\veloquin\VELOQUIN_WINDOWS_VCAM_SOURCE.DLL'
-if msiexec removal /x "$(windows "$newer")" && ! installed "$newer" && absent && [ -z "$(reg_value "$inproc")" ] &&
-   grep -q '^Remove -> 0x00000000' journal.txt && grep -q 'virtual camera removed, COM server' removal.log &&
-   grep -q 'virtual camera removed' "$WINEPREFIX/drive_c/ProgramData/Veloquin/Logs/vcam-service.log"; then
-    ok "the removal took the camera, its COM server, the files, shortcut, value and entry, and logged it, on build 19045"
-else
+msiexec removal /x "$(windows "$newer")" && ! installed "$newer" && absent && [ -z "$(reg_value "$inproc")" ] &&
+    grep -q '^Remove -> 0x00000000' journal.txt && grep -q 'virtual camera removed, COM server' removal.log &&
+    grep -q 'virtual camera removed' "$WINEPREFIX/drive_c/ProgramData/Veloquin/Logs/vcam-service.log" &&
+    ok "the removal took the camera, its COM server, files, shortcut, value and entry, and logged it, on build 19045" ||
     fail "the removal left the camera, its COM server or a file, or logged nothing: $(grep -a 'Removal of' removal.log)"
-fi
 build_number 22631
 other='C:\Other\veloquin_windows_vcam_source.dll'
-if msiexec again /i "$(windows "$msi")" && reg add "$inproc" /ve /d "$other" && msiexec other /x "$(windows "$msi")" &&
-   absent && [ "$(reg_value "$inproc")" = "$other" ] && [ ! -s journal.txt ] && grep -q 'stays registered' other.log; then
-    ok "a camera registered from another copy stays, and the log says so"
-else
+msiexec again /i "$(windows "$msi")" && reg add "$inproc" /ve /d "$other" && msiexec other /x "$(windows "$msi")" &&
+    absent && [ "$(reg_value "$inproc")" = "$other" ] && [ ! -s journal.txt ] && grep -q 'stays registered' other.log &&
+    ok "a camera registered from another copy stays, and the log says so" ||
     fail "the removal took another copy's camera, or did not say it left it"
-fi
 exit $status

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# What scripts/package makes: it refuses a half-made release and leaves nothing then; signed, every file of the
-# release carries a SHA-256 signature by the given certificate (a signature the release's own file has stays), the
-# password never on a command line, the launcher's broken by a changed byte; the MSI holds the tables below; unsigned,
-# the zip is the same bytes twice. The signed MSI is left in signed/ for the installer scenario.
+# What scripts/package makes: nothing for a half-made release; signed, SHA-256 signatures by the certificate on every
+# file (a release file's own one kept), the password on no command line, the MSI's tables; unsigned, the same zip twice.
+# The signed MSI stays in signed/ for the installer scenario.
 # Usage: bash tests/check-package.sh <build-folder>
 set -euo pipefail
 [ $# -eq 1 ] || { echo "usage: $0 <build-folder>" >&2; exit 2; }
@@ -19,13 +18,9 @@ while IFS='|' read -r arguments expected; do
     # Left by an earlier run, each could pass for this one's result.
     touch dist/veloquin-launcher.zip "dist/veloquin-$version-x64.msi"
     # shellcheck disable=SC2086 # the test's own paths have no blanks
-    if run=refused package $arguments --out dist; then
-        fail "package $arguments succeeded"
-    elif ! grep -qF -- "$expected" refused.err || [ -n "$(ls dist)" ]; then
-        fail "package $arguments said '$(reason refused.err)', not '$expected', or left $(ls dist | tr '\n' ' ')"
-    else
-        ok "package refused $arguments: $(reason refused.err)"
-    fi
+    ! run=refused package $arguments --out dist && grep -qF -- "$expected" refused.err && [ -z "$(ls dist)" ] &&
+        ok "package refused $arguments: $(reason refused.err)" ||
+        fail "package $arguments did not stop with '$expected' ('$(reason refused.err)'), or left $(ls dist | tr '\n' ' ')"
 done <<EOF
 --media-source $bin/standin_system.dll|--media-source and --producer go together
 --producer $bin/standin_producer.exe|--media-source and --producer go together
@@ -49,12 +44,10 @@ osslsigncode sign -pkcs12 signer.pfx -pass "$VELOQUIN_SIGN_PASSWORD" -h sha256 -
 mkdir shim
 printf '#!/bin/sh\nprintf "%%s\\n" "$@" >>"%s"\nexec %s "$@"\n' "$scratch/argv" "$(command -v osslsigncode)" >shim/osslsigncode
 chmod +x shim/osslsigncode
-if PATH="$scratch/shim:$PATH" run=signed package --sign signer.pfx --media-source "$bin/standin_system.dll" \
-        --producer producer.exe --out "$scratch/signed" && grep -q '^signed: ' signed.out; then
-    ok "package --sign made $(ls signed | tr '\n' ' ')and said so"
-else
-    fail "package --sign failed or did not say it signed: $(reason signed.err)"; exit 1
-fi
+PATH="$scratch/shim:$PATH" run=signed package --sign signer.pfx --media-source "$bin/standin_system.dll" \
+    --producer producer.exe --out "$scratch/signed" && grep -q '^signed: ' signed.out && ! grep -q '^unsigned' signed.out &&
+    ok "package --sign made $(ls signed | tr '\n' ' ')and said so" ||
+    { fail "package --sign failed or did not say it signed: $(reason signed.err)"; exit 1; }
 [ -s argv ] && ! grep -qF -- "$VELOQUIN_SIGN_PASSWORD" argv && ok "the password stayed off osslsigncode's command line" ||
     fail "the password was on osslsigncode's command line, or osslsigncode was not run from the PATH"
 
@@ -71,12 +64,10 @@ leaf="sha256:$(openssl x509 -in cert.pem -outform DER | sha256sum | cut -d ' ' -
 verify() { osslsigncode verify -CAfile cert.pem -require-leaf-hash "$leaf" -in "$1" >verify.out 2>&1; }
 for file in veloquin_launcher.exe installed/Veloquin/veloquin_windows_vcam_source.dll remove_camera.dll "$msi"; do
     # The file's digest and the signer's must both be SHA-256: one SHA-1 among them is a weak link.
-    if verify "$file" && [ "$(sed -n 's/^ *Message digest algorithm *: *//p' verify.out | sort -u)" = SHA256 ] &&
-       grep -q 'Text description: Veloquin Launcher$' verify.out; then
-        ok "$(basename "$file") signed by the certificate, SHA-256 throughout, as Veloquin Launcher"
-    else
-        fail "$(basename "$file") not signed so: $(grep -v '^Failed$' verify.out | grep -m 1 -iE 'mismatch|no sig|error|fail' || echo '')"
-    fi
+    verify "$file" && [ "$(sed -n 's/^ *Message digest algorithm *: *//p' verify.out | sort -u)" = SHA256 ] &&
+        grep -q 'Text description: Veloquin Launcher$' verify.out &&
+        ok "$(basename "$file") signed by the certificate, SHA-256 throughout, as Veloquin Launcher" ||
+        fail "$(basename "$file") not signed so: $(grep -v '^Failed$' verify.out | grep -m 1 -iE 'mismatch|no sig|error|fail')"
 done
 # Every bit of the byte in the middle of the code flipped, so that the change cannot leave it as it was.
 read -r size offset < <(x86_64-w64-mingw32-objdump -h veloquin_launcher.exe | awk '$2 == ".text" {print $3, $6}')|| true
@@ -84,11 +75,9 @@ cp veloquin_launcher.exe tampered.exe
 position=$((16#$offset + 16#$size / 2))
 printf "\\x$(printf '%02x' $(($(od -An -tu1 -j "$position" -N 1 tampered.exe) ^ 255)))" |
     dd of=tampered.exe bs=1 seek="$position" conv=notrunc status=none
-if [ "$(cmp -l veloquin_launcher.exe tampered.exe | wc -l)" -eq 1 ] && verify veloquin_launcher.exe && ! verify tampered.exe; then
-    ok "the launcher's signature fails once a byte of its code changed"
-else
+[ "$(cmp -l veloquin_launcher.exe tampered.exe | wc -l)" -eq 1 ] && verify veloquin_launcher.exe && ! verify tampered.exe &&
+    ok "the launcher's signature fails once a byte of its code changed" ||
     fail "the launcher's signature holds after a byte of its code changed, or never held"
-fi
 
 # What Wine can't show, read from the tables: one pattern a line, tab-separated like the export.
 for table in Property Shortcut LaunchCondition Registry CustomAction InstallExecuteSequence AppSearch Upgrade; do
@@ -96,8 +85,8 @@ for table in Property Shortcut LaunchCondition Registry CustomAction InstallExec
 done
 msiinfo suminfo "$msi" >Summary.txt
 secure=$(sed -n 's/^SecureCustomProperties\t//p' Property.txt)
-order=$(sort -t $'\t' -k 3n InstallExecuteSequence.txt | cut -f 1 |
-        grep -xE 'InstallInitialize|RemoveExistingProducts|SetRemoveCamera|RemoveCamera|ProcessComponents|RemoveFiles' | paste -sd ' ')
+order=$(sort -t $'\t' -k 3n InstallExecuteSequence.txt | cut -f 1 | grep -xE \
+        'InstallInitialize|RemoveExistingProducts|SetRemoveCamera|RemoveCamera|ProcessComponents|RemoveFiles' | paste -sd ' ')
 while IFS='|' read -r table pattern; do
     grep -qP -- "$pattern" "$table.txt" && ok "$table holds $pattern" || fail "$table lacks $pattern"
 done <<EOF
@@ -128,10 +117,8 @@ for copy in a b; do
     run=unsigned-$copy package --out "$scratch/$copy" || fail "unsigned run $copy failed: $(reason "unsigned-$copy.err")"
 done
 unzip -q -p a/veloquin-launcher.zip veloquin-launcher/veloquin_launcher.exe >unsigned.exe 2>/dev/null || true
-if cmp -s a/veloquin-launcher.zip b/veloquin-launcher.zip && cmp -s unsigned.exe "$bin/veloquin_launcher.exe" &&
-   [ "$(grep -c '^unsigned: ' unsigned-a.out)" -eq 1 ]; then
-    ok "unsigned, the zip is the same bytes twice, with the launcher as built, and the run says it is unsigned"
-else
+cmp -s a/veloquin-launcher.zip b/veloquin-launcher.zip && cmp -s unsigned.exe "$bin/veloquin_launcher.exe" &&
+    [ "$(grep -c '^unsigned: ' unsigned-a.out)" -eq 1 ] &&
+    ok "unsigned, the zip is the same bytes twice, with the launcher as built, and the run says it is unsigned" ||
     fail "the unsigned zips differ, hold another launcher, or the run did not say once that it is unsigned"
-fi
 exit $status
