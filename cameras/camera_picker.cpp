@@ -3,26 +3,11 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <cwctype>
 
 #include "cameras/media_foundation.h"
+#include "cameras/physical_cameras.h"
 #include "launcher/launcher_state.h"
 #include "launcher/status_pane.h"
-
-static std::wstring Folded(const std::wstring& text) {
-    std::wstring folded = text;
-    for (wchar_t& unit : folded) {
-        unit = static_cast<wchar_t>(towlower(unit));
-    }
-    return folded;
-}
-
-bool ContainsNoCase(const std::wstring& haystack, const std::wstring& needle) {
-    if (needle.size() > haystack.size()) {
-        return false;
-    }
-    return Folded(haystack).find(Folded(needle)) != std::wstring::npos;
-}
 
 std::vector<CameraListEntry> EnumerateCameraList() {
     std::vector<CameraListEntry> list;

@@ -10,8 +10,6 @@ struct CameraListEntry {
     bool isOwnCamera = false;
 };
 
-// Case-insensitive substring test, folding each UTF-16 unit with towlower.
-bool ContainsNoCase(const std::wstring& haystack, const std::wstring& needle);
 // All devices in enumeration order; an empty list on any failure.
 std::vector<CameraListEntry> EnumerateCameraList();
 // Rebuilds the list and the combo box, selects the first camera that is not our own and posts the

@@ -1,7 +1,23 @@
 #include "cameras/physical_cameras.h"
 
-#include "cameras/camera_picker.h"
+#include <cwctype>
+
 #include "cameras/media_foundation.h"
+
+static std::wstring Folded(const std::wstring& text) {
+    std::wstring folded = text;
+    for (wchar_t& unit : folded) {
+        unit = static_cast<wchar_t>(towlower(unit));
+    }
+    return folded;
+}
+
+bool ContainsNoCase(const std::wstring& haystack, const std::wstring& needle) {
+    if (needle.size() > haystack.size()) {
+        return false;
+    }
+    return Folded(haystack).find(Folded(needle)) != std::wstring::npos;
+}
 
 std::vector<PhysicalCamera> EnumeratePhysicalCameras() {
     std::vector<PhysicalCamera> list;

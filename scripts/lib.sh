@@ -28,12 +28,26 @@ project_version() {
     sed -n 's/^project(VeloquinLauncher VERSION \([0-9][0-9.]*\)[ )].*/\1/p' "$root/CMakeLists.txt"
 }
 
-# Builds the MSI from resources/veloquin.wxs: make_msi VERSION FOLDER OUT.msi, where FOLDER holds the launcher,
-# the media source and the producer under their release names. wixl finds the files only beside the source.
+# The values of column $3 of table $2 in MSI $1, one a line.
+msi_column() {
+    msiinfo export "$1" "$2" | tr -d '\r' |
+        awk -F '\t' -v name="$3" 'NR == 1 {for (i = 1; i <= NF; i++) if ($i == name) column = i} NR > 3 {print $column}'
+}
+
+# Builds the MSI from package/veloquin.wxs: make_msi VERSION FOLDER OUT.msi, where FOLDER holds the launcher,
+# the media source and the producer under their release names, and may hold the custom action already (signed).
 make_msi() {
-    local version=$1 folder=$2 msi=$3
-    cp "$root/resources/veloquin.wxs" "$root/resources/app.ico" "$folder/"
-    wixl -a x64 -D Version="$version" -o "$msi" "$folder/veloquin.wxs"
+    local version=$1 folder=$2 msi secure
+    msi=$(cd "$(dirname "$3")" && pwd)/$(basename "$3")
+    cp "$root/package/veloquin.wxs" "$root/resources/app.ico" "$folder/"
+    cp -n "$build/bin/veloquin_remove_camera.dll" "$folder/"
+    # wixl takes a file from the current folder before the one beside the source: run where they are alone.
+    (cd "$folder" && wixl -a x64 -D Version="$version" -o "$msi" veloquin.wxs) || return
+    # A per-machine installation with a user interface searches in the user's process; the elevated one gets
+    # only the properties listed here. wixl lists the Upgrade table's alone, ignores Secure= and refuses a list
+    # of ours, so every property that AppSearch or an Upgrade row sets is listed afterwards.
+    secure=$({ msi_column "$msi" AppSearch Property && msi_column "$msi" Upgrade ActionProperty; } | sort -u | paste -sd ';')
+    msibuild "$msi" -q "UPDATE \`Property\` SET \`Value\`='$secure' WHERE \`Property\`='SecureCustomProperties'"
 }
 
 export WINEDEBUG=-all

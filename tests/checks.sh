@@ -4,10 +4,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
 
 status=0
 ok() { echo "ok: $*"; }
-fail() {
-    echo "FAIL: $*"
-    status=1
-}
+fail() { echo "FAIL: $*"; status=1; }
 # The first line a failed step wrote on standard error, to say why without replaying its whole log.
 reason() { grep -m 1 . "$1" || echo "no message"; }
 
