@@ -64,6 +64,8 @@ present() {
     [ -f "$link" ] && [ "$(reg_value "$ours" Version)" = "$1" ]
 }
 absent() { [ ! -e "$folder" ] && [ ! -e "$link" ] && ! wine reg query "$ours" /reg:64 >/dev/null 2>&1; }
+# What is installed, for a failure's line.
+state() { echo "$(ls "$folder" 2>/dev/null | tr '\n' ' ')version '$(reg_value "$ours" Version)', entries $(code "$msi") $(arp "$msi" DisplayVersion) $(arp "$older" DisplayVersion)"; }
 
 # Windows Installer compares the build, a string, as a number with 22000; missing, it compares false.
 for build in "" 9600 19045 21999 22000 100000; do
@@ -92,7 +94,7 @@ icon=$(wine reg query 'HKLM\SOFTWARE\Classes\Installer\Products' /s /reg:64 2>/d
 cmp -s "$(winepath -u "$icon" 2>/dev/null)" "$root/resources/app.ico" && ok "the entry's icon is the launcher's" ||
     fail "the entry's icon '$icon' is not resources/app.ico"
 ! msiexec older-again /i "$(windows "$older")" && ! installed "$older" && installed "$msi" && present "$version" &&
-    ok "0.9.0 refused over $version, which stays" || fail "0.9.0 installed over $version, or changed it"
+    ok "0.9.0 refused over $version, which stays" || fail "0.9.0 installed over $version, or changed it: $(state)"
 msiexec rebuilt /i "$(windows "$rebuilt")" && installed "$rebuilt" && ! installed "$msi" && present "$version" &&
     ok "a rebuild of $version replaced it rather than standing beside it" || fail "a rebuild of $version did not replace it"
 for file in "${files[@]}"; do
