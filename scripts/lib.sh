@@ -53,6 +53,30 @@ make_msi() {
 export WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml="
 
+# Makes the Wine prefix $WINEPREFIX (once), puts the stand-in for the Media Foundation pieces that Wine lacks into its
+# system32 under both names, and maps drive V: to a folder of BUILD that stands for a drive's root: prepare_prefix BUILD.
+# A subshell, for the umask: the server creates the files under its own, and with 0 the rights Windows code asks for show.
+prepare_prefix() (
+    umask 0
+    if [ ! -f "$WINEPREFIX/system.reg" ]; then
+        mkdir -p "$WINEPREFIX"
+        wineboot -i >/dev/null 2>&1
+        wineserver -w
+    fi
+    # The server and Wine's own services are kept running between the Wine processes that follow, started here with
+    # their output away from the caller's pipe, which would otherwise wait for them to end.
+    wineserver -p30 </dev/null >/dev/null 2>&1 || true
+    wine cmd /c exit </dev/null >/dev/null 2>&1
+    for name in mf mfsensorgroup; do
+        cp "$1/bin/standin_system.dll" "$WINEPREFIX/drive_c/windows/system32/$name.dll"
+    done
+    # Links that a run stopped half-way may have left planted where the service log goes; from Unix a link is removed
+    # as itself, while Wine would follow it.
+    rm -rf "$WINEPREFIX/drive_c/ProgramData/Veloquin"
+    mkdir -p "$1/drive-v"
+    ln -sfn "$1/drive-v" "$WINEPREFIX/dosdevices/v:"
+)
+
 xvfb_pid=""
 # Starts a virtual display on a free number and exports DISPLAY.
 start_xvfb() {
