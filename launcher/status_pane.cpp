@@ -86,11 +86,11 @@ void AppendStatusLine(const std::wstring& text) {
     AppendStatusText(line);
 }
 
-void AppendStatusText(const std::wstring& text, bool steady) {
+bool AppendStatusText(const std::wstring& text, bool steady) {
     HWND pane = g_launcher.statusPane;
     if (pane == nullptr || text.empty()) {
         DrawStatusPane(steady);
-        return;
+        return false;
     }
     size_t length = static_cast<size_t>(GetWindowTextLengthW(pane)), lines = CountLineEnds(text);
     // 32-bit positions through the pointers; the packed result holds only 16 bits of each.
@@ -150,6 +150,7 @@ void AppendStatusText(const std::wstring& text, bool steady) {
     }
     DefWindowProcW(pane, WM_SETREDRAW, TRUE, 0);
     DrawStatusPane(steady);
+    return removed > 0;
 }
 
 // Output as it flows only asks for a paint: the paint comes before the timer that brings the next update,

@@ -33,8 +33,8 @@ template <typename Char> void AddPaneLine(std::wstring& text, const Char* line, 
 // Follows the output while the end is in view, unless a selection holds it in the pane that has, or will
 // get back, the focus; otherwise the view stays on its text. A selection always stays on its text.
 // Drawn at once, or with `steady` (the producer's output as it flows) at most every STATUS_PANE_DRAW_MS:
-// the drawing then owed is left to DrawStatusPane.
-void AppendStatusText(const std::wstring& text, bool steady = false);
+// the drawing then owed is left to DrawStatusPane. True when the oldest lines went.
+bool AppendStatusText(const std::wstring& text, bool steady = false);
 // Draws what is owed: at once, or with `steady` once STATUS_PANE_DRAW_MS has passed since the last time.
 void DrawStatusPane(bool steady);
 bool IsStatusPaneDrawOwed();

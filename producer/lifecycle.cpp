@@ -26,8 +26,9 @@ constexpr DWORD READER_CLOSE_WAIT_MS = 5000;
 constexpr UINT OUTPUT_TIMER_MS = 10;
 // What an update of the pane aims to cost the window's thread: its size follows from what the last one
 // cost, since a character costs the control from one to hundreds of microseconds by the shape of the
-// text around it.
-constexpr double OUTPUT_UPDATE_MS = 16;
+// text around it. Less than the pane's own drawing cadence; less still gave up a tenth of a flood's
+// throughput to paints and timer ticks.
+constexpr double OUTPUT_UPDATE_MS = 25;
 
 struct ReaderArguments {
     HANDLE pipeRead;
@@ -111,8 +112,9 @@ void FinishProducer() {
 
 // The next part of the waiting output into the pane, unless the user drags a selection there while the
 // producer runs: then what is owed is drawn, so that the user drags over the text the control hit-tests.
-// An update that took as much as it was allowed, or took too long, sets the size of the next one. The
-// timer stops after a tick that found nothing to do.
+// An update that took as much as it was allowed, or took too long, sets the size of the next one, unless
+// the oldest lines went meanwhile: that costs the control about as much as the pane holds, and only once
+// in a quarter of it. The timer stops after a tick that found nothing to do.
 void UpdateFromOutput() {
     bool busy = true;
     if (IsStatusPaneDragged() && !g_launcher.producerEnding) {
@@ -121,9 +123,9 @@ void UpdateFromOutput() {
         bool more = false;
         std::wstring text = TakeProducerOutput(g_launcher.outputUpdateSize, &more);
         double start = Milliseconds();
-        AppendStatusText(text, true);
+        bool dropped = AppendStatusText(text, true);
         double took = std::max(Milliseconds() - start, 0.1);
-        if (!text.empty() && (more || took > OUTPUT_UPDATE_MS)) {
+        if (!text.empty() && !dropped && (more || took > OUTPUT_UPDATE_MS)) {
             double size = static_cast<double>(text.size()) * OUTPUT_UPDATE_MS / took;
             g_launcher.outputUpdateSize =
                 std::clamp(static_cast<size_t>(size), PRODUCER_LINE_LIMIT + 2, PRODUCER_OUTPUT_UPDATE);
