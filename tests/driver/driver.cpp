@@ -110,9 +110,8 @@ std::vector<std::wstring> Launcher::Lines(size_t last) const {
 std::vector<std::wstring> Launcher::Items(int id) const {
     std::vector<std::wstring> items(static_cast<size_t>(Ask(id, CB_GETCOUNT)));
     for (size_t i = 0; i < items.size(); ++i) {
-        items[i].resize(static_cast<size_t>(Ask(id, CB_GETLBTEXTLEN, i)) + 1);
-        items[i].resize(
-            static_cast<size_t>(Send(Item(id), CB_GETLBTEXT, i, reinterpret_cast<LPARAM>(items[i].data()))));
+        wchar_t item[512] = {};
+        items[i] = Send(Item(id), CB_GETLBTEXT, i, reinterpret_cast<LPARAM>(item)) >= 0 ? item : L"(none)";
     }
     return items;
 }
@@ -149,14 +148,14 @@ std::vector<DWORD> Pixels(HWND window) {
     RECT rect = {};
     GetWindowRect(window, &rect);
     int width = rect.right - rect.left, height = rect.bottom - rect.top;
+    BITMAPINFO info = {{sizeof(BITMAPINFOHEADER), width, -height, 1, 32, BI_RGB, 0, 0, 0, 0, 0}, {}};
+    DWORD* bits = nullptr;
     HDC screen = GetDC(nullptr), memory = CreateCompatibleDC(screen);
-    HBITMAP bitmap = CreateCompatibleBitmap(screen, width, height);
+    HBITMAP bitmap = CreateDIBSection(memory, &info, DIB_RGB_COLORS, reinterpret_cast<void**>(&bits), nullptr, 0);
     HGDIOBJ old = SelectObject(memory, bitmap);
     BitBlt(memory, 0, 0, width, height, screen, rect.left, rect.top, SRCCOPY);
+    std::vector<DWORD> pixels(bits, bits + (bits != nullptr ? width * height : 0));
     SelectObject(memory, old);
-    BITMAPINFO info = {{sizeof(BITMAPINFOHEADER), width, -height, 1, 32, BI_RGB, 0, 0, 0, 0, 0}, {}};
-    std::vector<DWORD> pixels(static_cast<size_t>(width) * static_cast<size_t>(height));
-    GetDIBits(memory, bitmap, 0, static_cast<UINT>(height), pixels.data(), &info, DIB_RGB_COLORS);
     DeleteObject(bitmap);
     DeleteDC(memory);
     ReleaseDC(nullptr, screen);
