@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # The launcher runs elevated, the package's custom action as LocalSystem: each carries ASLR with high entropy and its
 # relocations, DEP, no section writable and executable or shared and writable, the stack protector, checked memory
-# calls, and imports only of KnownDLLs, which no copy planted beside it can replace; the program is terminal-server aware.
-# Usage: bash tests/check-binary.sh IMAGE...
+# calls, and imports only of KnownDLLs, which no copy planted beside it can replace; the program is terminal-server aware
+# and carries its icon, its version and the manifest that asks for administrator rights.
+# Usage: bash tests/check-binary.sh LAUNCHER DLL...
 set -euo pipefail
+source "$(dirname "$0")/checks.sh"
 objdump=x86_64-w64-mingw32-objdump
 known=" kernel32.dll user32.dll gdi32.dll advapi32.dll ole32.dll oleaut32.dll shell32.dll msvcrt.dll "
-status=0
-check() { if "${@:3}" >/dev/null; then echo "ok: $1: $2"; else echo "FAIL: $1: $2"; status=1; fi; }
+check() { if "${@:3}" >/dev/null; then ok "$1: $2"; else fail "$1: $2"; fi; }
 lacks() { ! grep -q -- "$1"; }
 # The run-time checks leave no symbol in a stripped image, but their calls stay: to the routine that reports a smashed
 # stack, from every function with a canary, and to the one that reports an overflow, from the checked copies of the
@@ -42,4 +43,23 @@ for image in "$@"; do
     check "$name" "an import table" test -n "$imports"
     for dll in $imports; do check "$name" "import from $dll, a KnownDLL" test "${known/ $dll /}" != "$known"; done
 done
+
+# What Properties, Task Manager and inventory tools show, as the launcher's resources decompile.
+version=$(project_version)
+resources=$(x86_64-w64-mingw32-windres -i "$1" -O rc)
+while read -r line; do check "$(basename "$1")" "resources hold $line" grep -qF -- "$line" <<<"$resources"; done <<EOF
+"IDI_APP_ICON" 14 /* RT_GROUP_ICON */
+1 VERSIONINFO
+FILEVERSION ${version//./, }, 0
+PRODUCTVERSION ${version//./, }, 0
+BLOCK "040904B0"
+VALUE "FileDescription", "Veloquin Launcher"
+VALUE "FileVersion", "$version"
+VALUE "InternalName", "veloquin_launcher.exe"
+VALUE "OriginalFilename", "veloquin_launcher.exe"
+VALUE "ProductName", "Veloquin"
+VALUE "ProductVersion", "$version"
+1 24 /* RT_MANIFEST */
+<requestedExecutionLevel level=""requireAdministrator""
+EOF
 exit $status
