@@ -5,9 +5,9 @@
 //   link <symbolic link>                 the virtual camera's own link
 //   <function or method> <result> ...    one result for each call, the last one repeating, counted
 //                                        afresh whenever the script changes
-// and journals the call in journal.txt there; its own loading goes to loads.txt. Its objects are laid out
-// by hand in the published ABI's order, apart from the launcher's declaration of that order: a method out
-// of place there makes the launcher's call land on another method here.
+// and journals the call in journal.txt there. Its objects are laid out by hand in the published ABI's order,
+// apart from the launcher's declaration of that order: a method out of place there makes the launcher's call
+// land on another method here.
 #include <windows.h>
 #include <mfapi.h>
 #include <mfidl.h>
@@ -21,8 +21,6 @@
 
 namespace {
 
-using driver::Utf8;
-
 // Empty, so that nothing is read or written, outside a test.
 std::wstring TestFile(const wchar_t* name) {
     std::wstring folder = driver::Variable(L"VQTEST_DIR");
@@ -35,12 +33,9 @@ std::wstring GuidText(const GUID& guid) {
     return text;
 }
 
-void Journal(const std::wstring& line, const wchar_t* name = L"journal.txt") {
-    std::ofstream(driver::fs::path(TestFile(name)), std::ios::app) << Utf8(line) << "\n";
-}
-
 HRESULT Journaled(const std::wstring& call, HRESULT hr) {
-    Journal(call + L" -> " + driver::Code(hr).substr(0, 10));
+    std::ofstream(driver::fs::path(TestFile(L"journal.txt")), std::ios::app)
+        << driver::Utf8(call + L" -> " + driver::Code(hr).substr(0, 10)) << "\n";
     return hr;
 }
 
@@ -92,7 +87,7 @@ ULONG STDMETHODCALLTYPE Release(Object* self) {
     LONG left = InterlockedDecrement(&self->references);
     if (left == 0) {
         if (self->methods[33] != nullptr) {
-            Journal(L"Released"); // a camera
+            Journaled(L"Release", S_OK); // a camera, gone
         }
         self->store->Release();
         delete self;
@@ -192,22 +187,10 @@ extern "C" HRESULT WINAPI MFCreateVirtualCamera(int type, int lifetime, int acce
         call += GuidText(categories[i]) + (i + 1 < count ? L"," : L"");
     }
     HRESULT hr = Scripted(L"MFCreateVirtualCamera");
-    *camera = nullptr;
-    if (SUCCEEDED(hr)) {
-        Object* made = Make(CAMERA);
-        for (const std::wstring& link : Script(L"link")) {
-            made->store->SetString(MF_DEVSOURCE_ATTRIBUTE_SOURCE_TYPE_VIDCAP_SYMBOLIC_LINK, link.c_str());
-        }
-        *camera = made;
+    Object* made = SUCCEEDED(hr) ? Make(CAMERA) : nullptr;
+    for (const std::wstring& link : made != nullptr ? Script(L"link") : std::vector<std::wstring>()) {
+        made->store->SetString(MF_DEVSOURCE_ATTRIBUTE_SOURCE_TYPE_VIDCAP_SYMBOLIC_LINK, link.c_str());
     }
+    *camera = made;
     return Journaled(call, hr);
-}
-
-BOOL WINAPI DllMain(HINSTANCE self, DWORD reason, LPVOID) {
-    if (reason == DLL_PROCESS_ATTACH) {
-        wchar_t path[MAX_PATH] = {};
-        GetModuleFileNameW(self, path, MAX_PATH);
-        Journal(path, L"loads.txt");
-    }
-    return TRUE;
 }
