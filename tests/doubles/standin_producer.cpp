@@ -61,11 +61,10 @@ int main() {
         DuplicateHandle(GetCurrentProcess(), GetStdHandle(STD_OUTPUT_HANDLE), test, &copy, 0, FALSE,
                         DUPLICATE_SAME_ACCESS);
         Record("shared=" + std::to_string(reinterpret_cast<uintptr_t>(copy)) + "\n");
-        Sleep(INFINITE);
     } else if (mode == L"quiet") {
         CloseHandle(GetStdHandle(STD_OUTPUT_HANDLE)); // standard error is the same pipe
-        Sleep(INFINITE);
-    } else if (mode == L"wait") {
+    }
+    if (mode == L"share" || mode == L"quiet" || mode == L"wait") {
         Sleep(INFINITE);
     }
     return 0;

@@ -21,10 +21,7 @@ TEST(Rules, PathsKeepTheRootAndArgumentsTheirQuotes) {
     std::wstring (*append)(const std::wstring&) = [](const std::wstring& left) {
         return AppendPath(left, L"a.dll");
     };
-    const struct {
-        std::wstring (*rule)(const std::wstring&);
-        const wchar_t *text, *expected;
-    } cases[] = {
+    const std::tuple<std::wstring (*)(const std::wstring&), const wchar_t*, const wchar_t*> cases[] = {
         {ParentPath, L"C:\\tools\\veloquin\\launcher.exe", L"C:\\tools\\veloquin"},
         {ParentPath, L"C:\\launcher.exe", L"C:\\"},
         {ParentPath, L"C:/tools//launcher.exe", L"C:/tools"},
@@ -47,8 +44,8 @@ TEST(Rules, PathsKeepTheRootAndArgumentsTheirQuotes) {
         {QuoteArgument, L"C:\\", L"\"C:\\\""},
         {QuoteArgument, L"a\\\"b", L"\"a\\\\\"b\""},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.rule(c.text), c.expected) << Utf8(c.text);
+    for (auto [rule, text, expected] : cases) {
+        EXPECT_EQ(rule(text), expected) << Utf8(text);
     }
     EXPECT_EQ(BuildCommandLine({}), L"");
     EXPECT_EQ(BuildCommandLine({L"a", L"", L"b c"}), L"\"a\" \"\" \"b c\"");
@@ -88,10 +85,7 @@ TEST(Rules, EveryControlDrawsWithTheOneFont) {
 // limit, into the incoming text if need be; only a line longer than that quarter is cut inside.
 TEST(Rules, ThePaneDropsWholeOldestLinesInGenerousSlices) {
     const std::wstring LINE = L"0123456\r\n"; // 9 characters
-    const struct {
-        std::wstring pane, incoming;
-        size_t capacity, lineCapacity, cut;
-    } cases[] = {
+    const std::tuple<std::wstring, std::wstring, size_t, size_t, size_t> cases[] = {
         {LINE + LINE, LINE, 27, 3, 0},
         {LINE + LINE + LINE + LINE, LINE, 40, 100, 18},
         {LINE + LINE + LINE + LINE + LINE + LINE + LINE + LINE, LINE, 100, 8, 18},
@@ -101,17 +95,16 @@ TEST(Rules, ThePaneDropsWholeOldestLinesInGenerousSlices) {
         {L"ab\r\r\n" + LINE, LINE, 20, 100, 5},
         {L"ab\r\n", std::wstring(30, L'y'), 20, 100, 14},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(StatusPaneCut(c.pane, c.incoming, c.capacity, c.lineCapacity), c.cut)
-            << Utf8(c.pane + L"|" + c.incoming) << " capacity " << c.capacity;
+    for (const auto& [pane, incoming, capacity, lineCapacity, cut] : cases) {
+        EXPECT_EQ(StatusPaneCut(pane, incoming, capacity, lineCapacity), cut)
+            << Utf8(pane + L"|" + incoming) << " capacity " << capacity;
     }
     EXPECT_EQ(CountLineEnds(L"a\r\r\n\n\r\nb\r"), 2u);
 }
 
-// The reader as the launcher runs it, on a pipe in message mode: there a write of nothing reaches the
-// reader as on Windows, where Wine's anonymous pipes drop it; read in message mode too, each read takes
-// one write, so the reader meets every write of nothing, whenever it reads. Then what waits goes to the
-// pane in parts.
+// The reader as the launcher runs it, on a pipe in message mode: there a write of nothing reaches the reader
+// as on Windows, where Wine's anonymous pipes drop it; read in message mode too, each read takes one write,
+// so the reader meets every write of nothing, whenever it reads. Then what waits goes to the pane in parts.
 TEST(Rules, ReaderReadsPastEmptyWritesAndHandsOnWholeLinesInParts) {
     g_launcher.mainWindow =
         CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr);
