@@ -49,7 +49,6 @@ cleanup() {
 trap cleanup EXIT
 cp "$bin/standin_system.dll" "$WINEPREFIX/drive_c/windows/system32/mfsensorgroup.dll"
 reg delete "${inproc%\\*}"
-: >script.txt
 
 # Every file (the same as in folder $2, if given), the shortcut, and the version value $1.
 present() {

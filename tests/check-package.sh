@@ -79,8 +79,8 @@ for table in Property Shortcut LaunchCondition CustomAction InstallExecuteSequen
 done
 msiinfo suminfo "$msi" >Summary.txt
 secure=$(sed -n 's/^SecureCustomProperties\t//p' Property.txt)
-order=$(sort -t $'\t' -k 3n InstallExecuteSequence.txt | cut -f 1 | grep -xE \
-        'InstallInitialize|RemoveExistingProducts|SetRemoveCamera|RemoveCamera|ProcessComponents|RemoveFiles' | paste -sd ' ')
+actions="InstallInitialize RemoveExistingProducts SetRemoveCamera RemoveCamera ProcessComponents RemoveFiles"
+order=$(sort -t $'\t' -k 3n InstallExecuteSequence.txt | cut -f 1 | grep -xF "${actions// /$'\n'}" | paste -sd ' ')
 while IFS='|' read -r table pattern; do
     grep -qP -- "$pattern" "$table.txt" && ok "$table holds $pattern" || fail "$table lacks $pattern"
 done <<EOF
@@ -94,8 +94,7 @@ LaunchCondition|^NOT WIX_DOWNGRADE_DETECTED\t\QA newer version of Veloquin Launc
 CustomAction|^RemoveCamera\t3073\tRemoveCamera\tRemoveCamera\t
 Summary|^Template: x64;
 EOF
-[ "$order" = "InstallInitialize RemoveExistingProducts SetRemoveCamera RemoveCamera ProcessComponents RemoveFiles" ] &&
-    ok "the actions in their order: $order" || fail "the actions out of order: $order"
+[ "$order" = "$actions" ] && ok "the actions in their order: $order" || fail "the actions out of order: $order"
 searched=$(cut -f 1 AppSearch.txt; cut -f 7 Upgrade.txt)
 for property in $searched; do
     [[ ";$secure;" == *";$property;"* ]] && ok "$property in SecureCustomProperties" ||
