@@ -14,13 +14,9 @@
 #include "producer/output_pump.h"
 #include "tests/driver/driver.h"
 
-using driver::Utf8;
-
 // A path's parent and a name appended keep the root whole; every argument is quoted, only quotes escaped.
 TEST(Rules, PathsKeepTheRootAndArgumentsTheirQuotes) {
-    std::wstring (*append)(const std::wstring&) = [](const std::wstring& left) {
-        return AppendPath(left, L"a.dll");
-    };
+    auto append = +[](const std::wstring& left) { return AppendPath(left, L"a.dll"); };
     const std::tuple<std::wstring (*)(const std::wstring&), const wchar_t*, const wchar_t*> cases[] = {
         {ParentPath, L"C:\\tools\\veloquin\\launcher.exe", L"C:\\tools\\veloquin"},
         {ParentPath, L"C:\\launcher.exe", L"C:\\"},
@@ -45,7 +41,7 @@ TEST(Rules, PathsKeepTheRootAndArgumentsTheirQuotes) {
         {QuoteArgument, L"a\\\"b", L"\"a\\\\\"b\""},
     };
     for (auto [rule, text, expected] : cases) {
-        EXPECT_EQ(rule(text), expected) << Utf8(text);
+        EXPECT_EQ(rule(text), expected) << driver::Utf8(text);
     }
     EXPECT_EQ(BuildCommandLine({}), L"");
     EXPECT_EQ(BuildCommandLine({L"a", L"", L"b c"}), L"\"a\" \"\" \"b c\"");
@@ -97,7 +93,7 @@ TEST(Rules, ThePaneDropsWholeOldestLinesInGenerousSlices) {
     };
     for (const auto& [pane, incoming, capacity, lineCapacity, cut] : cases) {
         EXPECT_EQ(StatusPaneCut(pane, incoming, capacity, lineCapacity), cut)
-            << Utf8(pane + L"|" + incoming) << " capacity " << capacity;
+            << driver::Utf8(pane + L"|" + incoming) << " capacity " << capacity;
     }
     EXPECT_EQ(CountLineEnds(L"a\r\r\n\n\r\nb\r"), 2u);
 }

@@ -13,9 +13,8 @@ namespace fs = std::filesystem;
 
 // Whether anyone but SYSTEM, the administrators and the owner may write in the folder.
 static bool OthersMayWrite(const fs::path& folder) {
-    PSID owner = nullptr;
+    void *owner = nullptr, *descriptor = nullptr; // a SID and a security descriptor
     PACL dacl = nullptr;
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
     GetNamedSecurityInfoW(folder.c_str(), SE_FILE_OBJECT,
                           OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &owner, nullptr, &dacl,
                           nullptr, &descriptor);
