@@ -31,7 +31,7 @@ static bool OthersMayWrite(const fs::path& folder) {
     return others;
 }
 
-TEST(ServiceLog, StampedUtf8LinesInAFolderOfItsOwn) {
+TEST(ServiceLog, StampedUtf8LinesInAFolderOfItsOwnNeverThroughAPlant) {
     const fs::path own = L"C:\\ProgramData\\Veloquin", log = own / L"Logs\\vcam-service.log",
                    inherited = L"C:\\ProgramData\\inherited";
     fs::remove_all(own);
@@ -54,6 +54,30 @@ TEST(ServiceLog, StampedUtf8LinesInAFolderOfItsOwn) {
     EXPECT_EQ(std::regex_replace(driver::Read(log), stamp, "<stamp> "),
               "<stamp> first \xE2\x80\x94 \xE3\x82\xAB\xE3\x83\xA1\xE3\x83\xA9\r\n<stamp> \r\n<stamp> "
               "two\r\nlines\r\n");
+
+    // What a standard user could plant where the log goes, a link to another folder or file or a second name
+    // of another file: no line goes through it, and once it is gone lines are written again. Unix makes and
+    // removes the links: Wine can't make them, and it deletes what a link leads to.
+    const fs::path root = driver::Scenario(L"plants"), elsewhere = root / L"elsewhere",
+                   victim = root / L"victim.txt";
+    auto there = [](const fs::path& at) { return GetFileAttributesW(at.c_str()) != INVALID_FILE_ATTRIBUTES; };
+    fs::create_directory(elsewhere);
+    driver::Write(victim, "not the log\n");
+    for (const fs::path& at : {own, log.parent_path(), log}) {
+        fs::remove_all(at);
+        const std::wstring to =
+            driver::UnixPath(at == log ? victim : elsewhere) + L" " + driver::UnixPath(at);
+        ASSERT_TRUE(driver::RunUnix(L"ln -s " + to, [&] { return there(at); }));
+        AppendServiceLog(L"lost");
+        ASSERT_TRUE(driver::RunUnix(L"rm " + driver::UnixPath(at), [&] { return !there(at); }));
+        AppendServiceLog(L"written");
+        EXPECT_EQ(std::regex_replace(driver::Read(log), stamp, "<stamp> "), "<stamp> written\r\n") << at;
+    }
+    fs::remove(log);
+    ASSERT_TRUE(CreateHardLinkW(log.c_str(), victim.c_str(), nullptr));
+    AppendServiceLog(L"lost");
+    EXPECT_TRUE(fs::is_empty(elsewhere)) << "written through a folder link";
+    EXPECT_EQ(driver::Read(victim), "not the log\n") << "written through a link or a second name";
 }
 
 // Owners whom a standard user can't stand in for, the launcher's own user among them, and near misses.
