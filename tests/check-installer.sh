@@ -62,15 +62,14 @@ state() { echo "$(ls "$folder" 2>/dev/null | tr '\n' ' ')version '$(reg_value "$
 # Windows Installer compares the build, a string, as a number with 22000; missing, it compares false.
 for build in "" 9600 19045 21999 22000 100000; do
     build_number "$build"
-    if [ -z "$build" ] || [ "$build" -lt 22000 ]; then
+    if [ "${build:-0}" -lt 22000 ]; then
         ! msiexec "build-${build:-missing}" /i "$(windows "$msi")" && absent && ! installed "$msi" &&
             ok "install refused on build ${build:-(none)}, nothing left" ||
             fail "installed on build ${build:-(none)}, or left files or an entry behind"
-    elif msiexec "build-$build" /i "$(windows "$msi")" && present "$version" &&
-         msiexec "build-$build-removal" /x "$(windows "$msi")" && absent; then
-        ok "installed and removed on build $build"
     else
-        fail "not installed with every file, the shortcut and the version on build $build, or not removed wholly"
+        msiexec "build-$build" /i "$(windows "$msi")" && present "$version" &&
+            msiexec "build-$build-removal" /x "$(windows "$msi")" && absent && ok "installed and removed on build $build" ||
+            fail "not installed with every file, the shortcut and the version on build $build, or not removed wholly"
     fi
 done
 build_number 22631
