@@ -29,6 +29,9 @@ constexpr UINT OUTPUT_TIMER_MS = 10;
 // text around it. Less than the pane's own drawing cadence; less still gave up a tenth of a flood's
 // throughput to paints and timer ticks.
 constexpr double OUTPUT_UPDATE_MS = 25;
+// Output after a quiet spell may cost the control far more than what came before it: its first update is
+// this small, and each one after takes at most twice what the last one took.
+constexpr size_t OUTPUT_FIRST_UPDATE = 4096;
 
 struct ReaderArguments {
     HANDLE pipeRead;
@@ -126,7 +129,7 @@ void UpdateFromOutput() {
         bool dropped = AppendStatusText(text, true);
         double took = std::max(Milliseconds() - start, 0.1);
         if (!text.empty() && !dropped && (more || took > OUTPUT_UPDATE_MS)) {
-            double size = static_cast<double>(text.size()) * OUTPUT_UPDATE_MS / took;
+            double size = static_cast<double>(OutputCost(text)) * std::min(OUTPUT_UPDATE_MS / took, 2.0);
             g_launcher.outputUpdateSize =
                 std::clamp(static_cast<size_t>(size), PRODUCER_LINE_LIMIT + 2, PRODUCER_OUTPUT_UPDATE);
         }
@@ -257,6 +260,7 @@ void OnProducerWake() {
     // While the timer runs, its next tick takes the output. After a quiet spell the first output shows at
     // once.
     if (!g_launcher.outputTimerRuns) {
+        g_launcher.outputUpdateSize = std::min(g_launcher.outputUpdateSize, OUTPUT_FIRST_UPDATE);
         UpdateFromOutput();
     }
 }
@@ -269,9 +273,7 @@ void OnProducerExited() {
     // The reader has handed on its last line. What waits shows update by update, as before, and the
     // user's drag can't hold it back.
     g_launcher.producerEnding = true;
-    if (!g_launcher.outputTimerRuns) {
-        UpdateFromOutput();
-    }
+    OnProducerWake();
 }
 
 void EndProducerBeforeClose() {

@@ -48,17 +48,27 @@ void AddPieces(std::wstring& lines, const char* line, size_t count) {
     } while (count > 0);
 }
 
-// Where an update of at most `limit` characters ends: after its last whole line, or after the first line
-// if that alone is longer.
+// The CR of a CR LF ends a line, and costs what a printable character does.
+size_t CharacterCost(std::wstring_view text, size_t at) {
+    wchar_t c = text[at];
+    bool lineEnd = c == L'\n' || (c == L'\r' && at + 1 < text.size() && text[at + 1] == L'\n');
+    return c < L' ' && !lineEnd ? PRODUCER_CONTROL_CHARACTER_COST : 1;
+}
+
+// Where an update that costs the control at most `limit` ends: after its last whole line, or after the
+// first line if that alone costs more.
 size_t UpdateEnd(std::wstring_view text, size_t limit) {
-    if (text.size() <= limit) {
-        return text.size();
+    size_t cost = 0, end = 0;
+    for (size_t at = 0; at < text.size(); ++at) {
+        cost += CharacterCost(text, at);
+        if (cost > limit && end > 0) {
+            return end;
+        }
+        if (text[at] == L'\n') {
+            end = at + 1;
+        }
     }
-    size_t feed = text.rfind(L'\n', limit - 1);
-    if (feed == std::wstring_view::npos) {
-        feed = text.find(L'\n');
-    }
-    return feed == std::wstring_view::npos ? text.size() : feed + 1;
+    return text.size();
 }
 
 } // namespace
@@ -118,6 +128,14 @@ void PrepareProducerOutput() {
         output.room = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     }
     output.discard.store(false);
+}
+
+size_t OutputCost(std::wstring_view text) {
+    size_t cost = 0;
+    for (size_t at = 0; at < text.size(); ++at) {
+        cost += CharacterCost(text, at);
+    }
+    return cost;
 }
 
 std::wstring TakeProducerOutput(size_t limit, bool* more) {
