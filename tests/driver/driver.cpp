@@ -151,7 +151,8 @@ std::vector<DWORD> Pixels(HWND window) {
     BITMAPINFO info = {{sizeof(BITMAPINFOHEADER), width, -height, 1, 32, BI_RGB, 0, 0, 0, 0, 0}, {}};
     DWORD* bits = nullptr;
     HDC screen = GetDC(nullptr), memory = CreateCompatibleDC(screen);
-    HBITMAP bitmap = CreateDIBSection(memory, &info, DIB_RGB_COLORS, reinterpret_cast<void**>(&bits), nullptr, 0);
+    HBITMAP bitmap =
+        CreateDIBSection(memory, &info, DIB_RGB_COLORS, reinterpret_cast<void**>(&bits), nullptr, 0);
     HGDIOBJ old = SelectObject(memory, bitmap);
     BitBlt(memory, 0, 0, width, height, screen, rect.left, rect.top, SRCCOPY);
     std::vector<DWORD> pixels(bits, bits + (bits != nullptr ? width * height : 0));
@@ -221,27 +222,6 @@ std::vector<std::wstring> FileLines(const fs::path& file) {
         lines.push_back(Wide(line.substr(0, line.find_last_not_of('\r') + 1)));
     }
     return lines;
-}
-
-bool RunUnix(const std::wstring& commandLine, const std::function<bool()>& done) {
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process = {};
-    std::wstring line = L"Z:\\bin\\" + commandLine;
-    BOOL started = CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                                  &startup, &process);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-    return started && WaitFor(done);
-}
-
-std::wstring UnixPath(const fs::path& path) {
-    auto unixName = reinterpret_cast<char*(CDECL*)(const wchar_t*)>(reinterpret_cast<void (*)()>(
-        GetProcAddress(GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
-    char* name = unixName != nullptr ? unixName(path.c_str()) : nullptr;
-    std::wstring quoted = L"\"" + Wide(name != nullptr ? name : "") + L"\"";
-    HeapFree(GetProcessHeap(), 0, name);
-    return quoted;
 }
 
 std::wstring Code(HRESULT hr) {

@@ -81,10 +81,6 @@ std::string Utf8(const std::wstring& text);
 std::wstring Wide(const std::string& text);
 // The file's UTF-8 lines without their line ends.
 std::vector<std::wstring> FileLines(const fs::path& file);
-// Starts a program of the machine Wine runs on, "Z:\bin\<commandLine>", and waits for its effect:
-// its end can't be waited for. Paths in the command line are those of UnixPath.
-bool RunUnix(const std::wstring& commandLine, const std::function<bool()>& done);
-std::wstring UnixPath(const fs::path& path);
 // "0x" and eight hex digits, then the system's text in brackets if it has one.
 std::wstring Code(HRESULT hr);
 

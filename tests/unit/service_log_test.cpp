@@ -31,6 +31,27 @@ static bool OthersMayWrite(const fs::path& folder) {
     return others;
 }
 
+// Runs "Z:\bin\<command>" on the paths, as Unix names them, and waits for its effect: its end can't be
+// waited for.
+static bool RunUnix(std::wstring command, std::initializer_list<fs::path> paths, std::function<bool()> done) {
+    auto unixName = reinterpret_cast<char*(CDECL*)(const wchar_t*)>(reinterpret_cast<void (*)()>(
+        GetProcAddress(GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
+    command = L"Z:\\bin\\" + command;
+    for (const fs::path& path : paths) {
+        char* name = unixName(path.c_str());
+        command += L" \"" + driver::Wide(name) + L"\"";
+        HeapFree(GetProcessHeap(), 0, name);
+    }
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process = {};
+    BOOL started = CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                                  &startup, &process);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return started && driver::WaitFor(done);
+}
+
 TEST(ServiceLog, StampedUtf8LinesInAFolderOfItsOwnNeverThroughAPlant) {
     const fs::path own = L"C:\\ProgramData\\Veloquin", log = own / L"Logs\\vcam-service.log",
                    inherited = L"C:\\ProgramData\\inherited";
@@ -65,11 +86,9 @@ TEST(ServiceLog, StampedUtf8LinesInAFolderOfItsOwnNeverThroughAPlant) {
     driver::Write(victim, "not the log\n");
     for (const fs::path& at : {own, log.parent_path(), log}) {
         fs::remove_all(at);
-        const std::wstring to =
-            driver::UnixPath(at == log ? victim : elsewhere) + L" " + driver::UnixPath(at);
-        ASSERT_TRUE(driver::RunUnix(L"ln -s " + to, [&] { return there(at); }));
+        ASSERT_TRUE(RunUnix(L"ln -s", {at == log ? victim : elsewhere, at}, [&] { return there(at); }));
         AppendServiceLog(L"lost");
-        ASSERT_TRUE(driver::RunUnix(L"rm " + driver::UnixPath(at), [&] { return !there(at); }));
+        ASSERT_TRUE(RunUnix(L"rm", {at}, [&] { return !there(at); }));
         AppendServiceLog(L"written");
         EXPECT_EQ(std::regex_replace(driver::Read(log), stamp, "<stamp> "), "<stamp> written\r\n") << at;
     }
