@@ -201,9 +201,12 @@ double PrivateMiB(const driver::Launcher& launcher) {
     return static_cast<double>(counters.PagefileUsage) / (1024 * 1024);
 }
 
+// Once the last part's producer has gone: a part may end as soon as it has seen what it measures, and a
+// press meanwhile would go to a disabled Start.
 bool Start(const driver::Launcher& launcher, const std::string& mode) {
     driver::Write(driver::fs::path(driver::Variable(L"VQTEST_DIR")) / L"mode.txt", mode);
-    return launcher.Press(driver::StartProducer) && driver::WaitFor([&] { return launcher.Running(); });
+    return driver::WaitFor([&] { return launcher.Idle(); }) && launcher.Press(driver::StartProducer) &&
+           driver::WaitFor([&] { return launcher.Running(); });
 }
 
 // A line has reached the pane once the pane's text has grown by its length. Lines that leave the
